@@ -1,0 +1,56 @@
+# One place declares every library target with its layer and its dependencies,
+# so the layering is written down once and checked at configure time: a target
+# may depend only on targets of its own layer or a lower one.
+#
+#   tunnel_add_library(TunnelTable LAYER model SRCS a.cpp b.cpp DEPS Tunnel::shmem)
+#   tunnel_add_test(framework_tests SRCS x.cpp DEPS Tunnel::framework [LABELS tsan])
+
+set(TUNNEL_LAYERS framework net shmem model statemachines frontend tools)
+
+function(_tunnel_layer_rank layer out)
+  list(FIND TUNNEL_LAYERS "${layer}" rank)
+  if(rank EQUAL -1)
+    message(FATAL_ERROR "unknown layer '${layer}' (known: ${TUNNEL_LAYERS})")
+  endif()
+  set(${out} ${rank} PARENT_SCOPE)
+endfunction()
+
+function(tunnel_add_library name)
+  cmake_parse_arguments(ARG "" "LAYER" "SRCS;DEPS;EXTERNAL" ${ARGN})
+  if(NOT ARG_LAYER)
+    message(FATAL_ERROR "tunnel_add_library(${name}) needs a LAYER")
+  endif()
+  _tunnel_layer_rank(${ARG_LAYER} rank)
+  set(target tunnel_${name})
+  add_library(${target} STATIC ${ARG_SRCS})
+  add_library(Tunnel::${name} ALIAS ${target})
+  target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
+  set_target_properties(${target} PROPERTIES TUNNEL_LAYER ${rank} POSITION_INDEPENDENT_CODE ON)
+  foreach(dep ${ARG_DEPS})
+    if(NOT TARGET ${dep})
+      message(FATAL_ERROR "${name}: dependency ${dep} is not declared yet (declare lower layers first)")
+    endif()
+    get_target_property(depRank ${dep} TUNNEL_LAYER)
+    if(depRank GREATER rank)
+      message(FATAL_ERROR "${name} (layer ${ARG_LAYER}) may not depend on ${dep}: layers point only down")
+    endif()
+  endforeach()
+  target_link_libraries(${target} PUBLIC ${ARG_DEPS} ${ARG_EXTERNAL})
+endfunction()
+
+function(tunnel_add_test name)
+  cmake_parse_arguments(ARG "" "" "SRCS;DEPS;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SRCS})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} GTest::gtest GTest::gtest_main Threads::Threads)
+  set(labels unit ${ARG_LABELS})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${labels}"
+                       DISCOVERY_TIMEOUT 60)
+endfunction()
+
+function(tunnel_add_bench name)
+  cmake_parse_arguments(ARG "" "" "SRCS;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SRCS})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} benchmark::benchmark Threads::Threads)
+endfunction()

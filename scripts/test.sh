@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# The whole test suite: installs what is missing, builds under AddressSanitizer
+# and UndefinedBehaviorSanitizer and runs every test through ctest, runs the
+# ThreadSanitizer-labelled tests under ThreadSanitizer, and checks that the
+# optimised build (tools, benchmarks) and the clang build compile warning-free.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+jobs=$(nproc)
+
+step() { printf '\n== %s\n' "$*"; }
+
+step "AddressSanitizer + UndefinedBehaviorSanitizer"
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --preset asan
+
+step "ThreadSanitizer (tests labelled tsan)"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j "$jobs"
+TSAN_OPTIONS=halt_on_error=1 ctest --preset tsan
+
+step "Optimised build (tools and benchmarks), g++ and clang"
+cmake --preset release >/dev/null
+cmake --build --preset release -j "$jobs"
+cmake --preset clang-release >/dev/null
+cmake --build --preset clang-release -j "$jobs"
+echo "test.sh: all green"
