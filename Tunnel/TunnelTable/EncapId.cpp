@@ -1,0 +1,85 @@
+#include "Tunnel/TunnelTable/EncapId.h"
+
+#include "Tunnel/framework/Hash.h"
+
+namespace Tunnel::TunnelTable {
+
+namespace {
+
+constexpr const char* kTypeName = "Tunnel::TunnelTable::EncapId";
+constexpr uint32_t kLastEncapType = static_cast<uint32_t>(EncapType::vxlanEncap);
+
+struct CliNames {
+  const char* display;
+  const char* keyword;
+};
+
+CliNames cliNames(EncapType type) {
+  switch (type) {
+    case EncapType::none: return {"None", "none"};
+    case EncapType::labelStackEncap: return {"Label Stack", "label-stack"};
+    case EncapType::greEncap: return {"GRE", "gre"};
+    case EncapType::ipsecGreEncap: return {"IPsec GRE", "ipsec-gre"};
+    case EncapType::ipsecVtiEncap: return {"IPsec VTI", "ipsec-vti"};
+    case EncapType::vxlanEncap: return {"VXLAN", "vxlan"};
+  }
+  return {"Unknown", "unknown"};
+}
+
+}  // namespace
+
+std::string_view stringValue(EncapType type) {
+  switch (type) {
+    case EncapType::none: return "none";
+    case EncapType::labelStackEncap: return "labelStackEncap";
+    case EncapType::greEncap: return "greEncap";
+    case EncapType::ipsecGreEncap: return "ipsecGreEncap";
+    case EncapType::ipsecVtiEncap: return "ipsecVtiEncap";
+    case EncapType::vxlanEncap: return "vxlanEncap";
+  }
+  return "invalidEncapType";
+}
+
+bool sequenceToValue(std::string_view text, EncapType& type) {
+  for (uint32_t v = 0; v <= kLastEncapType; ++v) {
+    auto candidate = static_cast<EncapType>(v);
+    if (stringValue(candidate) == text) {
+      type = candidate;
+      return true;
+    }
+  }
+  return false;
+}
+
+std::ostream& operator<<(std::ostream& os, EncapType type) { return os << stringValue(type); }
+
+EncapId::EncapId(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {
+  Zent::ValueTextReader reader(std::string_view(it.ptr(), static_cast<size_t>(end - it)),
+                               kTypeName);
+  if (reader.fields() != 2) {
+    throw Zent::ParseError(fmt::format("{}: expected 2 fields, got {}", kTypeName, reader.fields()));
+  }
+  encapType_ = Zent::parseFieldText<EncapType>(reader.field("encapType"), kTypeName);
+  encapValue_ = Zent::parseFieldText<uint32_t>(reader.field("encapValue"), kTypeName);
+  it = end;
+}
+
+std::string EncapId::typeCliStr(bool keyword) const {
+  CliNames names = cliNames(encapType_);
+  return keyword ? names.keyword : names.display;
+}
+
+uint32_t EncapId::hash(uint32_t seed) const {
+  // Both words, packed without padding, so equal ids hash equal.
+  uint32_t const words[2] = {static_cast<uint32_t>(encapType_), encapValue_};
+  return Zent::hashBytes(words, sizeof words, seed);
+}
+
+std::string EncapId::stringValue() const {
+  return Zent::ValueText(kTypeName)
+      .field("encapType", encapType_)
+      .field("encapValue", encapValue_)
+      .str();
+}
+
+}  // namespace Tunnel::TunnelTable
