@@ -1,11 +1,10 @@
 #include "Tunnel/framework/Dabin.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdlib>
+#include <fcntl.h>
 #include <mutex>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace Dabin {
 namespace {
@@ -125,11 +124,10 @@ void emit(Facility const& f, int level, const char* file, const char* function, 
 
 void assertFailed(const char* condition, const char* file, const char* function, int line,
                   std::string_view message) {
-  std::string text = message.empty()
-                         ? fmt::format("{}:{}: {}: assertion failed: {}\n", file, line, function,
-                                       condition)
-                         : fmt::format("{}:{}: {}: assertion failed: {}: {}\n", file, line,
-                                       function, condition, message);
+  std::string text = message.empty() ? fmt::format("{}:{}: {}: assertion failed: {}\n", file, line,
+                                                   function, condition)
+                                     : fmt::format("{}:{}: {}: assertion failed: {}: {}\n", file,
+                                                   line, function, condition, message);
   writeAll(2, text);
   std::abort();
 }

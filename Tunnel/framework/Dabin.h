@@ -4,13 +4,13 @@
 // one by one. A disabled trace costs one load and one predictable branch: the
 // arguments are not formatted and nothing is allocated.
 
-#include <fmt/format.h>
-
 #include <atomic>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <fmt/format.h>
 
 namespace Dabin {
 
@@ -122,8 +122,7 @@ void trace(Facility const& f, int level, const char* file, const char* function,
                                int line, std::string_view message = {});
 
 // Stops a process whose state can no longer be trusted.
-[[noreturn]] void fatal(const char* file, const char* function, int line,
-                        std::string_view message);
+[[noreturn]] void fatal(const char* file, const char* function, int line, std::string_view message);
 
 }  // namespace Dabin
 
@@ -131,23 +130,24 @@ void trace(Facility const& f, int level, const char* file, const char* function,
 // where the trace is written. Namespaces declare their own to group traces.
 inline Dabin::Facility dabinFacility_{"Default"};
 
-#define DABIN_FACILITY(name) inline ::Dabin::Facility dabinFacility_ { name }
+#define DABIN_FACILITY(name) \
+  inline ::Dabin::Facility dabinFacility_ { name }
 
-#define fmtraceTo(facility, level, ...)                                                   \
-  do {                                                                                    \
-    if (__builtin_expect((facility).enabled(level), 0)) {                                 \
-      ::Dabin::trace((facility), (level), __FILE__, __func__, __LINE__, __VA_ARGS__);     \
-    }                                                                                     \
+#define fmtraceTo(facility, level, ...)                                               \
+  do {                                                                                \
+    if (__builtin_expect((facility).enabled(level), 0)) {                             \
+      ::Dabin::trace((facility), (level), __FILE__, __func__, __LINE__, __VA_ARGS__); \
+    }                                                                                 \
   } while (0)
 
 #define fmtrace(level, ...) fmtraceTo(dabinFacility_, level, __VA_ARGS__)
 
 // Always on. The message is the condition's text, followed by the formatted
 // arguments when given.
-#define fmassert(cond, ...)                                                              \
-  do {                                                                                   \
-    if (__builtin_expect(!(cond), 0)) {                                                  \
-      ::Dabin::assertFailed(#cond, __FILE__, __func__,                                   \
-                            __LINE__ __VA_OPT__(, ::fmt::format(__VA_ARGS__)));          \
-    }                                                                                    \
+#define fmassert(cond, ...)                                                     \
+  do {                                                                          \
+    if (__builtin_expect(!(cond), 0)) {                                         \
+      ::Dabin::assertFailed(#cond, __FILE__, __func__,                          \
+                            __LINE__ __VA_OPT__(, ::fmt::format(__VA_ARGS__))); \
+    }                                                                           \
   } while (0)

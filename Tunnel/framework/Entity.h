@@ -6,6 +6,7 @@
 // keep the framework's rules: one notification per real change, none for an
 // unchanged value, one per member when a collection is emptied.
 
+#include <concepts>
 #include <cstdint>
 #include <typeinfo>
 #include <vector>
@@ -98,10 +99,13 @@ class Entity : public PtrInterface {
   }
 
   // Rule 2: add or replace a member; no notification when it is equal.
+  // Members held by Ptr compare by the objects they point to, when those
+  // compare: an equal copy of an immutable member changes nothing a reader
+  // can see, so the stored member stays.
   template <typename Map, typename K, typename V>
   bool memberIs(Map& m, AttributeId id, K const& key, V const& v) {
     if (auto* cur = m.find(key)) {
-      if (*cur == v) return false;
+      if (sameMember<typename Map::ValueType>(*cur, v)) return false;
       *cur = v;
     } else {
       m.newMember(key, v);
@@ -118,18 +122,36 @@ class Entity : public PtrInterface {
     return true;
   }
 
-  // Rule 4: one removal, and one notification, per member.
+  // Rule 4: one removal, and one notification, per member. The keys are taken
+  // first: a reactor may remove other members while it is notified, which
+  // would leave an iterator over the live collection dangling. Members it
+  // adds meanwhile stay.
   template <typename Map>
   size_t memberDelAll(Map& m, AttributeId id) {
+    std::vector<typename Map::KeyType> keys;
+    keys.reserve(m.size());
+    for (auto it = m.begin(); it != m.end(); ++it) keys.push_back(it.key());
     size_t n = 0;
-    for (auto it = m.begin(); it != m.end(); ++it) {
-      typename Map::KeyType key = it.key();
+    for (auto const& key : keys) {
       if (memberDel(m, id, key)) ++n;
     }
     return n;
   }
 
  private:
+  template <typename V>
+  static bool sameMember(V const& a, V const& b) {
+    if constexpr (isPtr<V>) {
+      if constexpr (std::equality_comparable<typename V::element_type>) {
+        return a == b || (a && b && *a == *b);
+      } else {
+        return a == b;
+      }
+    } else {
+      return a == b;
+    }
+  }
+
   void notifyKey(AttributeId id, KeyRef const& key) const;
 
   String name_;

@@ -69,9 +69,7 @@ class HashMap2018 {
     return {&it->second, inserted};
   }
   // Internal-key form: the key comes from the member.
-  std::pair<Value*, bool> newMember(Value const& v)
-    requires internalKey
-  {
+  std::pair<Value*, bool> newMember(Value const& v) requires internalKey {
     return newMember(KeyFunktor()(v), v);
   }
 

@@ -1,11 +1,12 @@
 #include "Tunnel/framework/Ptr.h"
 
-#include <cxxabi.h>
-
 #include <cstdlib>
+#include <cxxabi.h>
 #include <memory>
 #include <mutex>
 #include <new>
+
+#include "Tunnel/framework/Dabin.h"
 
 namespace Zent {
 namespace {
@@ -33,8 +34,8 @@ std::vector<AllocTrackTypeInfo const*> allocTrackTypeInfos() {
 
 std::string demangle(const char* mangled) {
   int status = 0;
-  std::unique_ptr<char, void (*)(void*)> out(abi::__cxa_demangle(mangled, nullptr, nullptr, &status),
-                                             std::free);
+  std::unique_ptr<char, void (*)(void*)> out(
+      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), std::free);
   return status == 0 && out ? std::string(out.get()) : std::string(mangled);
 }
 
@@ -53,8 +54,14 @@ void PtrInterface::zentMemFree(void* p, size_t size, AllocTrackTypeInfo& info) {
 }
 
 void PtrInterface::destroy() const {
+  // The callbacks run with one reference held, so one that takes and drops a
+  // Ptr to the object does not start a second destruction. Nobody else can
+  // reach the object any more, so plain stores suffice.
+  references_ = 1;
   if (zeroReferencesNotifiee_) zeroReferencesNotifiee_->onZeroReferences();
   onZeroReferences();
+  fmassert(references_ == 1, "a zero-references callback kept a reference to the object");
+  references_ = 0;
   auto* self = const_cast<PtrInterface*>(this);
   AllocTrackTypeInfo* info = allocTrack_;
   if (!info) {

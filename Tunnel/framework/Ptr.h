@@ -140,11 +140,11 @@ class Ptr {
   }
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& o) : Ptr(o.ptr()) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& o)
+      : Ptr(o.ptr()) {}  // NOLINT(google-explicit-constructor)
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+  noexcept : p_(o.release()) {}  // NOLINT(google-explicit-constructor)
   ~Ptr() {
     if (p_) p_->referencesDec();
   }
@@ -186,6 +186,11 @@ class Ptr {
  private:
   T* p_ = nullptr;
 };
+
+template <typename T>
+inline constexpr bool isPtr = false;
+template <typename T>
+inline constexpr bool isPtr<Ptr<T>> = true;
 
 // Run-time type-tested downcast; null when the object is not a T.
 template <typename T, typename U>

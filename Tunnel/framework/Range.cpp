@@ -8,8 +8,7 @@ void throwRangeException(std::string const& message) { throw RangeException(mess
 
 std::string rangeMessage(std::string_view typeName, std::string_view minName,
                          std::string_view maxName) {
-  return fmt::format("{0}::value < {0}::{1} or > {0}::{2} not allowed", typeName, minName,
-                     maxName);
+  return fmt::format("{0}::value < {0}::{1} or > {0}::{2} not allowed", typeName, minName, maxName);
 }
 
 }  // namespace Zent

@@ -44,9 +44,10 @@ String::String(String const& o) noexcept : rep_(o.rep_) {
 String::String(String&& o) noexcept : rep_(o.rep_) { o.rep_ = nullptr; }
 
 String& String::operator=(String const& o) noexcept {
-  if (o.rep_) detail::countInc(o.rep_->refs);
+  Rep* r = o.rep_;  // read first: when o is *this, release() clears it
+  if (r) detail::countInc(r->refs);
   release();
-  rep_ = o.rep_;
+  rep_ = r;
   return *this;
 }
 

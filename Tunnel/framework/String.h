@@ -47,8 +47,8 @@ class String {
   String() noexcept = default;
   String(const char* s);  // NOLINT(google-explicit-constructor)
   String(const char* p, size_t len);
-  String(std::string_view s);     // NOLINT(google-explicit-constructor)
-  String(std::string const& s);   // NOLINT(google-explicit-constructor)
+  String(std::string_view s);    // NOLINT(google-explicit-constructor)
+  String(std::string const& s);  // NOLINT(google-explicit-constructor)
   String(IteratorConst b, IteratorConst e);
   String(String const& o) noexcept;
   String(String&& o) noexcept;

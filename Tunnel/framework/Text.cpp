@@ -64,6 +64,8 @@ std::string ValueText::str() && {
   return std::move(out_);
 }
 
+std::string ValueText::str() const& { return out_ + "})"; }
+
 namespace {
 
 // Index one past the end of the item that starts at `i`: stops at a top-level

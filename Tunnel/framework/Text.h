@@ -3,8 +3,6 @@
 // and the reader that splits such a text back into fields for the parse
 // constructors. Single-attribute values render as their one attribute.
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <concepts>
 #include <cstdint>
@@ -14,6 +12,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
 
 #include "Tunnel/framework/String.h"
 
@@ -31,8 +31,8 @@ concept HasStringValue = requires(T const& t) {
 
 // Values that parse from text have a constructor from an iterator pair.
 template <typename T>
-concept ParsableFromText = std::is_constructible_v<T, String::IteratorConst&,
-                                                   String::IteratorConst const&>;
+concept ParsableFromText =
+    std::is_constructible_v<T, String::IteratorConst&, String::IteratorConst const&>;
 
 inline const char* boolText(bool b) { return b ? "true" : "false"; }
 
@@ -78,11 +78,19 @@ class ValueText {
  public:
   explicit ValueText(std::string_view typeName);
   ValueText& field(std::string_view name, std::string_view text);
+  ValueText& field(std::string_view name, std::string const& text) {
+    return field(name, std::string_view(text));
+  }
+  ValueText& field(std::string_view name, const char* text) {
+    return field(name, std::string_view(text));
+  }
   template <typename T>
   ValueText& field(std::string_view name, T const& v) {
     return field(name, std::string_view(fieldText(v)));
   }
   std::string str() &&;
+  // For a builder chained in one expression (field() returns an lvalue).
+  std::string str() const&;
 
  private:
   std::string out_;
@@ -90,7 +98,8 @@ class ValueText {
 };
 
 // Reads the top-level fields of a canonical text. Nested values, lists and
-// quoted strings are kept whole as the text of their field.
+// quoted strings are kept whole as the text of their field. The fields are
+// views into `text`, which must outlive the reader.
 class ValueTextReader {
  public:
   ValueTextReader(std::string_view text, std::string_view typeName);
@@ -126,6 +135,11 @@ T parseUnsignedText(std::string_view s, std::string_view what) {
   return v;
 }
 
+// Types parseFieldText knows how to read.
+template <typename T>
+concept FieldParsable = std::is_same_v<T, bool> || std::is_same_v<T, String> ||
+    std::is_integral_v<T> || std::is_enum_v<T> || ParsableFromText<T>;
+
 // Parses a value of type T from a field's text.
 template <typename T>
 T parseFieldText(std::string_view text, std::string_view what) {
@@ -159,7 +173,7 @@ T strepToValue(String const& s) {
 
 // Every value with a canonical text formats with "{}" in traces.
 template <typename T>
-  requires Zent::HasStringValue<T>
+requires Zent::HasStringValue<T>
 struct fmt::formatter<T> : fmt::formatter<std::string_view> {
   auto format(T const& v, format_context& ctx) const {
     return fmt::formatter<std::string_view>::format(v.stringValue(), ctx);

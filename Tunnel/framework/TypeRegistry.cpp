@@ -28,8 +28,7 @@ std::string GenericIf::genericIfStrRep(void const*) const { unsupported("text");
 void GenericIf::genericIfStrepToValue(void*, std::string_view) const { unsupported("parse"); }
 void GenericIf::genericIfVoidPtrIs(void*, void const*) const { unsupported("assign"); }
 
-bool GenericIf::genericIfAttributeOp(Entity*, AttributeId, AttributeOp, void const*,
-                                     void*) const {
+bool GenericIf::genericIfAttributeOp(Entity*, AttributeId, AttributeOp, void const*, void*) const {
   return false;
 }
 

@@ -10,6 +10,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Tunnel/framework/Dabin.h"
@@ -30,6 +31,49 @@ class GenericIterator {
   // Removes the current member (through the entity's mutator) and moves on.
   virtual void iterDel() = 0;
 };
+
+// The GenericIterator of one HashMap2018 collection, so that entity types do
+// not each write the walk by hand. A member held by Ptr is handed out as the
+// object it points to: the attribute's valueType describes the member itself.
+// Removal goes through `del`, the entity's own mutator, so it notifies as any
+// other removal does.
+template <typename Map>
+class CollectionIterator : public GenericIterator {
+ public:
+  using Key = typename Map::KeyType;
+  using Del = std::function<void(Key const&)>;
+
+  CollectionIterator(Map const& m, Del del) : it_(m.begin()), del_(std::move(del)) {}
+  bool iterNonnull() const override { return static_cast<bool>(it_); }
+  void const* iterKey() const override {
+    fmassert(iterNonnull());
+    return &it_.key();
+  }
+  void const* iterObj() const override {
+    fmassert(iterNonnull());
+    if constexpr (isPtr<typename Map::ValueType>) {
+      return it_.value().ptr();
+    } else {
+      return &it_.value();
+    }
+  }
+  void iterInc() override { ++it_; }
+  void iterDel() override {
+    fmassert(iterNonnull());
+    Key key = it_.key();  // the member, and the key it holds, go away in del_
+    ++it_;
+    del_(key);
+  }
+
+ private:
+  typename Map::IteratorConst it_;
+  Del del_;
+};
+
+template <typename Map, typename Del>
+std::unique_ptr<GenericIterator> collectionIterator(Map const& m, Del&& del) {
+  return std::make_unique<CollectionIterator<Map>>(m, std::forward<Del>(del));
+}
 
 class GenericIf {
  public:
@@ -72,8 +116,7 @@ class GenericIf {
   // (size_t) into `value`. False when the operation does not apply.
   virtual bool genericIfAttributeOp(Entity* e, AttributeId id, AttributeOp op, void const* key,
                                     void* value) const;
-  virtual std::unique_ptr<GenericIterator> genericIfIterator(Entity const* e,
-                                                             AttributeId id) const;
+  virtual std::unique_ptr<GenericIterator> genericIfIterator(Entity const* e, AttributeId id) const;
   virtual Ptr<Entity> genericIfConstructFromCtorArgs(std::vector<std::string> const& args) const;
   virtual Ptr<Entity> newEntityForDir(String const& name) const;
 
@@ -119,7 +162,11 @@ class TypeImpl : public GenericIf {
     return fieldText(*static_cast<T const*>(obj));
   }
   void genericIfStrepToValue(void* obj, std::string_view text) const override {
-    *static_cast<T*>(obj) = parseFieldText<T>(text, name());
+    if constexpr (FieldParsable<T>) {
+      *static_cast<T*>(obj) = parseFieldText<T>(text, name());
+    } else {
+      unsupported("parse");
+    }
   }
   void genericIfVoidPtrIs(void* dst, void const* src) const override {
     *static_cast<T*>(dst) = *static_cast<T const*>(src);

@@ -1,0 +1,172 @@
+#include <map>
+#include <random>
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include "Tunnel/framework/HashMap2018.h"
+#include "Tunnel/framework/Ptr.h"
+
+namespace {
+
+using Zent::HashMap2018;
+using Zent::Ptr;
+
+// A member of the internal-key form: it carries its own key.
+class Rec : public Zent::PtrInterface {
+ public:
+  Rec(uint32_t key, uint32_t value) : key_(key), value_(value) {}
+  uint32_t key() const { return key_; }
+  uint32_t value() const { return value_; }
+
+ private:
+  uint32_t key_;
+  uint32_t value_;
+};
+
+struct RecKeyFunktor {
+  uint32_t operator()(Ptr<Rec const> const& r) const { return r->key(); }
+};
+
+// The two forms, each reduced to a key -> uint32_t model.
+struct ExternalKey {
+  using Map = HashMap2018<uint32_t, uint32_t>;
+  static uint32_t make(uint32_t, uint32_t v) { return v; }
+  static uint32_t valueOf(uint32_t v) { return v; }
+  static bool isDefault(uint32_t v) { return v == 0; }
+};
+
+struct InternalKey {
+  using Map = HashMap2018<uint32_t, Ptr<Rec const>, RecKeyFunktor>;
+  static Ptr<Rec const> make(uint32_t k, uint32_t v) {
+    return Ptr<Rec const>(Zent::newTracked<Rec>(k, v));
+  }
+  static uint32_t valueOf(Ptr<Rec const> const& r) { return r->value(); }
+  static bool isDefault(Ptr<Rec const> const& r) { return !r; }
+};
+
+template <typename Form>
+class HashMap2018Test : public ::testing::Test {
+ protected:
+  using Map = typename Form::Map;
+  void TearDown() override { EXPECT_EQ(Zent::liveCount<Rec>(), 0); }
+
+  static std::map<uint32_t, uint32_t> contents(Map const& m) {
+    std::map<uint32_t, uint32_t> out;
+    for (auto it = m.begin(); it != m.end(); ++it) {
+      EXPECT_TRUE(out.emplace(it.key(), Form::valueOf(*it)).second) << "key seen twice";
+    }
+    return out;
+  }
+};
+
+using Forms = ::testing::Types<ExternalKey, InternalKey>;
+TYPED_TEST_SUITE(HashMap2018Test, Forms);
+
+TYPED_TEST(HashMap2018Test, RandomOperationsMatchAStdMapModel) {
+  using Form = TypeParam;
+  typename TestFixture::Map m;
+  std::map<uint32_t, uint32_t> model;
+  std::mt19937 rng(20180);
+  auto rand = [&rng](uint32_t n) { return static_cast<uint32_t>(rng() % n); };
+
+  for (int step = 0; step < 20000; ++step) {
+    uint32_t const k = rand(64);
+    uint32_t const v = 1 + rand(1000);
+    auto found = model.find(k);
+    switch (rand(4)) {
+      case 0: {  // newMember keeps an existing member
+        auto [member, inserted] = m.newMember(k, Form::make(k, v));
+        EXPECT_EQ(inserted, found == model.end());
+        if (inserted) model[k] = v;
+        EXPECT_EQ(Form::valueOf(*member), model[k]);
+        break;
+      }
+      case 1:  // memberIs overwrites
+        EXPECT_EQ(Form::valueOf(m.memberIs(k, Form::make(k, v))), v);
+        model[k] = v;
+        break;
+      case 2: {
+        typename TestFixture::Map::ValueType old{};
+        bool const deleted = m.deleteMember(k, &old);
+        EXPECT_EQ(deleted, found != model.end());
+        if (deleted) {
+          EXPECT_EQ(Form::valueOf(old), found->second);
+          model.erase(found);
+        } else {
+          EXPECT_TRUE(Form::isDefault(old));
+        }
+        break;
+      }
+      default: {
+        auto const v2 = m.lookup(k);
+        EXPECT_EQ(m.contains(k), found != model.end());
+        if (found == model.end()) {
+          EXPECT_TRUE(Form::isDefault(v2));
+          EXPECT_EQ(m.find(k), nullptr);
+        } else {
+          EXPECT_EQ(Form::valueOf(v2), found->second);
+        }
+      }
+    }
+    ASSERT_EQ(m.size(), model.size()) << "after step " << step;
+    if (step % 500 == 0) {
+      ASSERT_EQ(TestFixture::contents(m), model) << "after step " << step;
+    }
+  }
+  ASSERT_EQ(TestFixture::contents(m), model);
+
+  typename TestFixture::Map copy;
+  copy = m;
+  EXPECT_TRUE(copy == m);
+  copy.deleteMember(model.begin()->first);
+  EXPECT_FALSE(copy == m);
+  EXPECT_EQ(TestFixture::contents(m), model);
+}
+
+TYPED_TEST(HashMap2018Test, DeletingTheCurrentMemberStillVisitsEveryMemberOnce) {
+  using Form = TypeParam;
+  typename TestFixture::Map m;
+  std::set<uint32_t> all;
+  for (uint32_t k = 0; k < 300; ++k) {
+    m.newMember(k * 7919, Form::make(k * 7919, k + 1));
+    all.insert(k * 7919);
+  }
+  std::multiset<uint32_t> visited;
+  std::set<uint32_t> kept;
+  for (auto it = m.begin(); it != m.end(); ++it) {
+    uint32_t const k = it.key();
+    visited.insert(k);
+    if (k % 3 == 0) {
+      kept.insert(k);
+    } else {
+      EXPECT_TRUE(m.deleteMember(k));
+    }
+  }
+  EXPECT_EQ(visited, std::multiset<uint32_t>(all.begin(), all.end()));
+  std::set<uint32_t> left;
+  for (auto const& [k, v] : TestFixture::contents(m)) left.insert(k);
+  EXPECT_EQ(left, kept);
+
+  for (auto it = m.begin(); it; ++it) m.deleteMember(it.key());
+  EXPECT_TRUE(m.empty());
+}
+
+TEST(HashMap2018Test, ExternalKeyIndexOperatorInsertsADefault) {
+  HashMap2018<uint16_t, uint32_t> m;
+  m[5] = 9;
+  EXPECT_EQ(m.lookup(5), 9u);
+  EXPECT_EQ(m[6], 0u);
+  EXPECT_EQ(m.size(), 2u);
+}
+
+TEST(HashMap2018DeathTest, InternalKeyMemberUnderAnotherKeyAborts) {
+  InternalKey::Map m;
+  Ptr<Rec const> r = InternalKey::make(1, 10);
+  EXPECT_DEATH(m.newMember(2, r), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
+  EXPECT_DEATH(m.memberIs(2, r), "fwkKey\\(\\) == KeyFunktor\\(\\)\\( _value \\)");
+  EXPECT_TRUE(m.newMember(r).second);
+  EXPECT_EQ(m.lookup(1), r);
+}
+
+}  // namespace

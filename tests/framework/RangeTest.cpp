@@ -1,0 +1,96 @@
+#include <gtest/gtest.h>
+
+#include "Tunnel/framework/Range.h"
+
+namespace {
+
+// An index from 0 and an identifier from 1: the bounds are checked at both ends.
+struct ZeroBased {
+  using Rep = uint16_t;
+  static constexpr Rep min = 0;
+  static constexpr Rep max = 599;
+  static constexpr Rep defaultValue = 0;
+  static constexpr const char* typeName = "FrameworkTest::ViaSlot";
+};
+struct OneBased {
+  using Rep = uint8_t;
+  static constexpr Rep min = 1;
+  static constexpr Rep max = 21;
+  static constexpr Rep defaultValue = 1;
+  static constexpr const char* typeName = "FrameworkTest::TableNumber";
+};
+
+template <typename Traits>
+class RangedIntTest : public ::testing::Test {
+ protected:
+  using Int = Zent::RangedInt<Traits>;
+  static constexpr uint64_t kMin = Traits::min;
+  static constexpr uint64_t kMax = Traits::max;
+
+  // Runs `op` on a copy of `v`, expects the range error with the type's
+  // message, and that the value did not change.
+  template <typename Op>
+  static void expectRejected(Int v, Op op) {
+    Int const before = v;
+    try {
+      op(v);
+      ADD_FAILURE() << "accepted";
+    } catch (Zent::RangeException const& e) {
+      EXPECT_EQ(e.what(), Zent::rangeMessage(Traits::typeName));
+    }
+    EXPECT_EQ(v, before);
+  }
+};
+
+using Traits = ::testing::Types<ZeroBased, OneBased>;
+TYPED_TEST_SUITE(RangedIntTest, Traits);
+
+TYPED_TEST(RangedIntTest, AcceptsTheBoundsAndRejectsConstructionOutside) {
+  using Int = typename TestFixture::Int;
+  EXPECT_EQ(Int(TestFixture::kMin).value(), TestFixture::kMin);
+  EXPECT_EQ(Int(TestFixture::kMax).value(), TestFixture::kMax);
+  EXPECT_THROW(Int(TestFixture::kMax + 1), Zent::RangeException);
+  // Not truncated to the representation first.
+  EXPECT_THROW(Int((uint64_t{1} << 32) + TestFixture::kMin), Zent::RangeException);
+  if (TestFixture::kMin > 0) {
+    EXPECT_THROW(Int(TestFixture::kMin - 1), Zent::RangeException);
+  }
+}
+
+TYPED_TEST(RangedIntTest, FailedChangesThrowTheTypeMessageAndKeepTheValue) {
+  using Int = typename TestFixture::Int;
+  Int const top(TestFixture::kMax);
+  Int const bottom(TestFixture::kMin);
+  TestFixture::expectRejected(top, [](Int& v) { v.valueIs(TestFixture::kMax + 1); });
+  TestFixture::expectRejected(top, [](Int& v) { ++v; });
+  TestFixture::expectRejected(top, [](Int& v) { v++; });
+  TestFixture::expectRejected(bottom,
+                              [](Int& v) { v += TestFixture::kMax - TestFixture::kMin + 1; });
+  TestFixture::expectRejected(bottom, [](Int& v) { v += ~uint64_t{0}; });
+  TestFixture::expectRejected(bottom, [](Int& v) { --v; });
+  TestFixture::expectRejected(bottom, [](Int& v) { v -= 1; });
+  TestFixture::expectRejected(top, [](Int& v) { v -= TestFixture::kMax + 1; });
+}
+
+TYPED_TEST(RangedIntTest, ArithmeticInsideTheRangeWorks) {
+  using Int = typename TestFixture::Int;
+  Int v(TestFixture::kMin);
+  ++v;
+  v += 2;
+  EXPECT_EQ(v.value(), TestFixture::kMin + 3);
+  EXPECT_EQ((v - uint64_t{3}).value(), TestFixture::kMin);
+  EXPECT_EQ((v++).value(), TestFixture::kMin + 3);
+  EXPECT_EQ(v.value(), TestFixture::kMin + 4);
+  EXPECT_LT(Int(TestFixture::kMin), v);
+  EXPECT_EQ(Int().value(), TestFixture::kMin);
+}
+
+TEST(RangeMessageTest, NamesTheTypeAndItsBounds) {
+  EXPECT_EQ(Zent::rangeMessage("Tunnel::TunnelTable::ViaIndex"),
+            "Tunnel::TunnelTable::ViaIndex::value < Tunnel::TunnelTable::ViaIndex::min or > "
+            "Tunnel::TunnelTable::ViaIndex::max not allowed");
+  EXPECT_EQ(Zent::rangeMessage("A::Id", "minValue", "maxValue"),
+            "A::Id::value < A::Id::minValue or > A::Id::maxValue not allowed");
+}
+
+}  // namespace
