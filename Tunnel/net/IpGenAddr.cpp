@@ -1,0 +1,78 @@
+#include "Tunnel/net/IpGenAddr.h"
+
+#include <arpa/inet.h>
+
+#include <fmt/format.h>
+
+#include "Tunnel/framework/Dabin.h"
+
+namespace Vorn {
+
+IpGenAddr::IpGenAddr(std::string_view text) { parse(text); }
+
+IpGenAddr::IpGenAddr(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {
+  parse(std::string_view(it.ptr(), static_cast<size_t>(end - it)));
+  it = end;
+}
+
+void IpGenAddr::parse(std::string_view text) {
+  // inet_pton wants a terminated string; the longest valid text is an IPv6
+  // address with an embedded IPv4 tail (45 characters).
+  char buf[INET6_ADDRSTRLEN + 1];
+  bool ok = false;
+  if (!text.empty() && text.size() < sizeof(buf)) {
+    std::memcpy(buf, text.data(), text.size());
+    buf[text.size()] = '\0';
+    if (text.find(':') == std::string_view::npos) {
+      uint8_t v4[4];
+      ok = inet_pton(AF_INET, buf, v4) == 1;
+      if (ok) std::memcpy(bytes_, v4, 4);
+    } else {
+      uint8_t v6[16];
+      ok = inet_pton(AF_INET6, buf, v6) == 1;
+      if (ok) {
+        family_ = IpFamily::ipv6;
+        std::memcpy(bytes_, v6, 16);
+      }
+    }
+  }
+  if (!ok) {
+    throw Zent::ParseError(
+        fmt::format("Vorn::IpGenAddr: '{}' is not an IPv4 or IPv6 address", text));
+  }
+}
+
+IpGenAddr IpGenAddr::masked(uint8_t len) const {
+  fmassert(len <= maxLen(), "prefix length {} on an address of {} bits", len, maxLen());
+  IpGenAddr out = *this;
+  uint32_t full = len / 8;
+  uint32_t rest = len % 8;
+  if (full < 16) {
+    out.bytes_[full] &= static_cast<uint8_t>(0xff00u >> rest);
+    for (uint32_t i = full + 1; i < 16; ++i) out.bytes_[i] = 0;
+  }
+  return out;
+}
+
+bool IpGenAddr::wellFormed() const {
+  if (reserved_[0] != 0 || reserved_[1] != 0 || reserved_[2] != 0) return false;
+  if (isV6()) return true;
+  if (!isV4()) return false;
+  for (uint32_t i = 4; i < 16; ++i) {
+    if (bytes_[i] != 0) return false;
+  }
+  return true;
+}
+
+std::string IpGenAddr::stringValue() const {
+  char buf[INET6_ADDRSTRLEN];
+  // Only an ill-formed record (an unknown family) can make this fail.
+  if (isV6()) {
+    if (inet_ntop(AF_INET6, bytes_, buf, sizeof(buf)) != nullptr) return buf;
+  } else if (isV4()) {
+    if (inet_ntop(AF_INET, bytes_, buf, sizeof(buf)) != nullptr) return buf;
+  }
+  return fmt::format("<bad address family {}>", static_cast<unsigned>(family_));
+}
+
+}  // namespace Vorn
