@@ -1,5 +1,7 @@
 #include "Tunnel/TunnelTable/EncapId.h"
 
+#include <utility>
+
 #include "Tunnel/framework/Hash.h"
 
 namespace Tunnel::TunnelTable {
@@ -16,12 +18,18 @@ struct CliNames {
 
 CliNames cliNames(EncapType type) {
   switch (type) {
-    case EncapType::none: return {"None", "none"};
-    case EncapType::labelStackEncap: return {"Label Stack", "label-stack"};
-    case EncapType::greEncap: return {"GRE", "gre"};
-    case EncapType::ipsecGreEncap: return {"IPsec GRE", "ipsec-gre"};
-    case EncapType::ipsecVtiEncap: return {"IPsec VTI", "ipsec-vti"};
-    case EncapType::vxlanEncap: return {"VXLAN", "vxlan"};
+    case EncapType::none:
+      return {"None", "none"};
+    case EncapType::labelStackEncap:
+      return {"Label Stack", "label-stack"};
+    case EncapType::greEncap:
+      return {"GRE", "gre"};
+    case EncapType::ipsecGreEncap:
+      return {"IPsec GRE", "ipsec-gre"};
+    case EncapType::ipsecVtiEncap:
+      return {"IPsec VTI", "ipsec-vti"};
+    case EncapType::vxlanEncap:
+      return {"VXLAN", "vxlan"};
   }
   return {"Unknown", "unknown"};
 }
@@ -30,12 +38,18 @@ CliNames cliNames(EncapType type) {
 
 std::string_view stringValue(EncapType type) {
   switch (type) {
-    case EncapType::none: return "none";
-    case EncapType::labelStackEncap: return "labelStackEncap";
-    case EncapType::greEncap: return "greEncap";
-    case EncapType::ipsecGreEncap: return "ipsecGreEncap";
-    case EncapType::ipsecVtiEncap: return "ipsecVtiEncap";
-    case EncapType::vxlanEncap: return "vxlanEncap";
+    case EncapType::none:
+      return "none";
+    case EncapType::labelStackEncap:
+      return "labelStackEncap";
+    case EncapType::greEncap:
+      return "greEncap";
+    case EncapType::ipsecGreEncap:
+      return "ipsecGreEncap";
+    case EncapType::ipsecVtiEncap:
+      return "ipsecVtiEncap";
+    case EncapType::vxlanEncap:
+      return "vxlanEncap";
   }
   return "invalidEncapType";
 }
@@ -57,7 +71,8 @@ EncapId::EncapId(Zent::String::IteratorConst& it, Zent::String::IteratorConst co
   Zent::ValueTextReader reader(std::string_view(it.ptr(), static_cast<size_t>(end - it)),
                                kTypeName);
   if (reader.fields() != 2) {
-    throw Zent::ParseError(fmt::format("{}: expected 2 fields, got {}", kTypeName, reader.fields()));
+    throw Zent::ParseError(
+        fmt::format("{}: expected 2 fields, got {}", kTypeName, reader.fields()));
   }
   encapType_ = Zent::parseFieldText<EncapType>(reader.field("encapType"), kTypeName);
   encapValue_ = Zent::parseFieldText<uint32_t>(reader.field("encapValue"), kTypeName);
@@ -76,10 +91,9 @@ uint32_t EncapId::hash(uint32_t seed) const {
 }
 
 std::string EncapId::stringValue() const {
-  return Zent::ValueText(kTypeName)
-      .field("encapType", encapType_)
-      .field("encapValue", encapValue_)
-      .str();
+  Zent::ValueText text(kTypeName);
+  text.field("encapType", encapType_).field("encapValue", encapValue_);
+  return std::move(text).str();
 }
 
 }  // namespace Tunnel::TunnelTable

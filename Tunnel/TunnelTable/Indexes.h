@@ -4,9 +4,13 @@
 // Zent::RangeException naming the type and its bounds) with the value-type
 // operations, rendered as its number alone.
 
+#include <compare>
+#include <concepts>
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "Tunnel/TunnelTableKeepdbTypes/NumberText.h"
 #include "Tunnel/framework/Hash.h"
@@ -40,11 +44,39 @@ class BoundedIndex : public Zent::RangedInt<Traits> {
   std::string stringValue() const { return std::to_string(this->value()); }
   explicit operator bool() const { return this->value() != Traits::defaultValue; }
 
+  // Mixed with plain integers. Zent::RangedInt's own operators are ambiguous
+  // against the built-in ones reached through its conversion to Rep; an exact
+  // match on both operands settles it. Arithmetic stays range-checked.
+  template <std::integral I>
+  friend BoundedIndex operator+(BoundedIndex a, I d) {
+    return d < 0 ? Base(a) - magnitude(d) : Base(a) + magnitude(d);
+  }
+  template <std::integral I>
+  friend BoundedIndex operator-(BoundedIndex a, I d) {
+    return d < 0 ? Base(a) + magnitude(d) : Base(a) - magnitude(d);
+  }
+  template <std::integral I>
+  friend bool operator==(BoundedIndex a, I b) {
+    return std::cmp_equal(a.value(), b);
+  }
+  template <std::integral I>
+  friend std::strong_ordering operator<=>(BoundedIndex a, I b) {
+    if (std::cmp_less(a.value(), b)) return std::strong_ordering::less;
+    return std::cmp_equal(a.value(), b) ? std::strong_ordering::equal
+                                        : std::strong_ordering::greater;
+  }
+
   friend std::ostream& operator<<(std::ostream& os, BoundedIndex i) {
     return os << i.stringValue();
   }
 
  private:
+  // |d| without overflow, also for the most negative value.
+  template <std::integral I>
+  static uint64_t magnitude(I d) {
+    auto const u = static_cast<uint64_t>(d);
+    return d < 0 ? uint64_t{0} - u : u;
+  }
   static uint64_t parsed(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {
     Zent::String::IteratorConst pos = it;
     uint64_t v = parseNumberText<uint64_t>(pos, end, Traits::typeName);

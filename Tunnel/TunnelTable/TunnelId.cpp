@@ -15,31 +15,51 @@ struct CliNames {
 // No default: a new enumerator without a display name fails the build.
 CliNames cliNames(TunnelType type) {
   switch (type) {
-    case bgpLuPushTunnel: return {"BGP LU Push", "bgp-lu-push"};
-    case bgpLuTunnel: return {"BGP LU", "bgp-lu"};
-    case ldpTunnel: return {"LDP", "ldp"};
-    case staticTunnel: return {"Static", "static"};
-    case evpnVxlanTunnel: return {"EVPN VXLAN", "evpn-vxlan"};
-    case isisSrTunnel: return {"IS-IS SR", "isis-sr"};
-    case srTeSegmentListTunnel: return {"SR-TE Segment List", "sr-te-segment-list"};
-    case staticInterfaceTunnel: return {"Static Interface", "static-interface"};
-    case nexthopGroupTunnel: return {"Nexthop Group", "nexthop-group"};
-    case tiLfaTunnel: return {"TI-LFA", "ti-lfa"};
-    case ospfSrTunnel: return {"OSPF SR", "ospf-sr"};
-    case srTePolicyTunnel: return {"SR-TE Policy", "sr-te-policy"};
-    case rsvpLerTunnel: return {"RSVP LER", "rsvp-ler"};
-    case rsvpFrrTunnel: return {"RSVP FRR", "rsvp-frr"};
-    case zorbSdkSbfdSessionTunnel: return {"SBFD Session", "sbfd-session"};
-    case rsvpLerSubTunnel: return {"RSVP LER Sub", "rsvp-ler-sub"};
-    case isisFlexAlgoTunnel: return {"IS-IS Flex Algo", "isis-flex-algo"};
-    case mldpTunnel: return {"MLDP", "mldp"};
-    case staticMcastTunnel: return {"Static Multicast", "static-mcast"};
+    case bgpLuPushTunnel:
+      return {"BGP LU Push", "bgp-lu-push"};
+    case bgpLuTunnel:
+      return {"BGP LU", "bgp-lu"};
+    case ldpTunnel:
+      return {"LDP", "ldp"};
+    case staticTunnel:
+      return {"Static", "static"};
+    case evpnVxlanTunnel:
+      return {"EVPN VXLAN", "evpn-vxlan"};
+    case isisSrTunnel:
+      return {"IS-IS SR", "isis-sr"};
+    case srTeSegmentListTunnel:
+      return {"SR-TE Segment List", "sr-te-segment-list"};
+    case staticInterfaceTunnel:
+      return {"Static Interface", "static-interface"};
+    case nexthopGroupTunnel:
+      return {"Nexthop Group", "nexthop-group"};
+    case tiLfaTunnel:
+      return {"TI-LFA", "ti-lfa"};
+    case ospfSrTunnel:
+      return {"OSPF SR", "ospf-sr"};
+    case srTePolicyTunnel:
+      return {"SR-TE Policy", "sr-te-policy"};
+    case rsvpLerTunnel:
+      return {"RSVP LER", "rsvp-ler"};
+    case rsvpFrrTunnel:
+      return {"RSVP FRR", "rsvp-frr"};
+    case zorbSdkSbfdSessionTunnel:
+      return {"SBFD Session", "sbfd-session"};
+    case rsvpLerSubTunnel:
+      return {"RSVP LER Sub", "rsvp-ler-sub"};
+    case isisFlexAlgoTunnel:
+      return {"IS-IS Flex Algo", "isis-flex-algo"};
+    case mldpTunnel:
+      return {"MLDP", "mldp"};
+    case staticMcastTunnel:
+      return {"Static Multicast", "static-mcast"};
     case unknownTunnel:
     case reservedTunnel4:
     case reservedTunnel10:
     case reservedTunnel15:
     case reservedTunnel19:
-    case reservedTunnel31: break;
+    case reservedTunnel31:
+      break;
   }
   return {"Unknown", "unknown"};
 }

@@ -23,8 +23,8 @@ class TunnelId {
   static constexpr uint64_t minValue = 0;
   static constexpr uint64_t maxValue = 0x1ffffffffffff;  // 2^49 - 1
   static constexpr unsigned kTypeShift = 44;
-  static constexpr uint64_t kIndexMask = 0x7ffffffffff;          // bits 0-42
-  static constexpr uint64_t kFlexAlgoIndexMask = 0x7ffffffff;    // bits 0-34
+  static constexpr uint64_t kIndexMask = 0x7ffffffffff;        // bits 0-42
+  static constexpr uint64_t kFlexAlgoIndexMask = 0x7ffffffff;  // bits 0-34
 
   constexpr TunnelId() = default;
   // Throws Zent::RangeException above maxValue.
@@ -37,9 +37,7 @@ class TunnelId {
   void valueIs(uint64_t value) { value_ = checked(value); }
 
   // No mask after the shift: the range check already bounds it to five bits.
-  constexpr TunnelType tunnelType() const {
-    return static_cast<TunnelType>(value_ >> kTypeShift);
-  }
+  constexpr TunnelType tunnelType() const { return static_cast<TunnelType>(value_ >> kTypeShift); }
   // Deliberately narrower for isisFlexAlgoTunnel: bits 35-42 of its identifier
   // belong to the identifier but are not shown as its index.
   constexpr uint64_t tunnelIndex() const {
@@ -70,7 +68,8 @@ class TunnelId {
  private:
   static uint64_t checked(uint64_t value) {
     // The rule is stated on the upper word: anything above 0x1ffff there is out.
-    if ((value >> 32) > (maxValue >> 32)) [[unlikely]] throwValueRange();
+    if ((value >> 32) > (maxValue >> 32)) [[unlikely]]
+      throwValueRange();
     return value;
   }
   [[noreturn]] static void throwValueRange();

@@ -15,8 +15,8 @@ namespace Tunnel::TunnelTable {
 template <std::unsigned_integral T>
 T parseNumberText(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end,
                   std::string_view typeName) {
-  T v = Zent::parseUnsignedText<T>(
-      std::string_view(it.ptr(), static_cast<size_t>(end - it)), typeName);
+  T v = Zent::parseUnsignedText<T>(std::string_view(it.ptr(), static_cast<size_t>(end - it)),
+                                   typeName);
   it = end;
   return v;
 }

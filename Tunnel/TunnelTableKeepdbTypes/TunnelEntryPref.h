@@ -19,7 +19,8 @@ class TunnelEntryPref {
   // Default 0 like every framework value; "no preference" is the explicit 255.
   constexpr TunnelEntryPref() = default;
   // Implicit: every u8 is a valid preference, and entries set it from numbers.
-  constexpr TunnelEntryPref(uint8_t value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+  constexpr TunnelEntryPref(uint8_t value)
+      : value_(value) {}  // NOLINT(google-explicit-constructor)
   TunnelEntryPref(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
   constexpr uint8_t value() const { return value_; }
