@@ -1,0 +1,126 @@
+#pragma once
+// The plain-data layout of a shared-memory keyed table file. Everything is
+// addressed by offsets from the start of the file, never by pointers, so every
+// process can map the file anywhere. Fields that change while others read are
+// accessed through std::atomic_ref (see Atomic.h).
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+namespace Tamsel {
+
+constexpr uint64_t kMagic = 0x31304c45534d4154ull;  // "TAMSEL01"
+constexpr uint32_t kLayoutVersion = 1;
+constexpr uint32_t kMaxKeySize = 64;
+constexpr uint32_t kTypeNameSize = 128;
+
+// Offsets in an index bucket's slot field.
+constexpr uint64_t kEmptyBucket = 0;
+constexpr uint64_t kTombstone = 1;
+
+enum SlotState : uint16_t {
+  kSlotFree = 0,
+  kSlotLive = 1,
+  kSlotIndex = 2,
+};
+
+struct FileHeader {
+  // Fixed at creation.
+  uint64_t magic;
+  uint32_t layoutVersion;
+  uint32_t headerSize;
+  uint32_t keySize;
+  uint32_t maxPayload;
+  uint32_t fixedPayload;   // non-zero: every record has exactly this size
+  uint32_t queueCapacity;  // entries, a power of two
+  uint32_t queueEntrySize;
+  uint32_t reserved0;
+  uint64_t queueOffset;
+  uint64_t heapOffset;
+  char typeName[kTypeNameSize];  // entity type that owns the table, for tools
+
+  // Written by the writer, read by everyone.
+  uint64_t fileSize;     // bytes reserved in the file
+  uint64_t heapEnd;      // end of the allocated heap
+  uint64_t indexOffset;  // the current index region
+  uint64_t queueHead;    // notifications published so far
+  uint64_t writerEpoch;  // bumped by every writer that attaches
+  uint64_t liveCount;    // live records
+  uint64_t liveBytes;    // payload bytes of live records
+  uint32_t writerPid;
+  uint32_t quiesced;
+  uint64_t reserved[8];
+};
+static_assert(std::is_standard_layout_v<FileHeader> && std::is_trivially_copyable_v<FileHeader>);
+static_assert(sizeof(FileHeader) % 64 == 0 || sizeof(FileHeader) < 512);
+
+// A record slot: header, key, payload. `seq` is odd while the writer fills the
+// slot; readers copy and re-check it. `slotSize` never changes once the slot
+// is carved from the heap, which makes the heap walkable.
+struct SlotHeader {
+  uint32_t seq;
+  uint16_t state;
+  uint16_t reserved;
+  uint32_t slotSize;
+  uint32_t payloadLen;
+  uint64_t version;
+  // key[keySize rounded up to 8], then the payload
+};
+static_assert(sizeof(SlotHeader) == 24);
+
+struct Bucket {
+  uint64_t slot;  // kEmptyBucket, kTombstone or a slot offset
+  uint32_t hash;
+  uint32_t reserved;
+};
+static_assert(sizeof(Bucket) == 16);
+
+// The payload of an index slot.
+struct IndexHeader {
+  uint64_t capacity;  // buckets, a power of two
+  uint64_t reserved;
+  // Bucket buckets[capacity]
+};
+
+// A notification: the position it was published at and the key's hash, then
+// the key.
+struct QueueEntryHeader {
+  uint64_t position;
+  uint32_t hash;
+  uint32_t reserved;
+};
+
+inline constexpr uint32_t roundUp8(uint32_t n) { return (n + 7u) & ~7u; }
+inline constexpr uint64_t roundUp(uint64_t n, uint64_t a) { return (n + a - 1) / a * a; }
+
+inline constexpr uint32_t slotKeyOffset() { return sizeof(SlotHeader); }
+inline constexpr uint32_t slotPayloadOffset(uint32_t keySize) {
+  return sizeof(SlotHeader) + roundUp8(keySize);
+}
+
+// The reader registry file: who reads, where each reader is in the queue, and
+// which readers sleep and want a wake-up.
+constexpr uint64_t kRegistryMagic = 0x31304745524d4154ull;  // "TAMREG01"
+constexpr uint32_t kMaxReaders = 128;
+
+struct ReaderSlot {
+  uint32_t inUse;
+  uint32_t pid;
+  uint64_t position;  // notifications consumed
+  uint64_t wakeId;    // names the reader's wake-up socket
+  uint64_t reserved;
+};
+
+struct RegistryHeader {
+  uint64_t magic;
+  uint32_t maxReaders;
+  uint32_t reserved0;
+  uint64_t asleepMask[kMaxReaders / 64];
+  uint64_t reserved[4];
+  ReaderSlot readers[kMaxReaders];
+};
+static_assert(std::is_standard_layout_v<RegistryHeader> &&
+              std::is_trivially_copyable_v<RegistryHeader>);
+
+}  // namespace Tamsel

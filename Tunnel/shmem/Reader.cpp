@@ -1,0 +1,316 @@
+#include "Tunnel/shmem/Reader.h"
+
+#include <algorithm>
+#include <sched.h>
+#include <sys/random.h>
+#include <thread>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace Tamsel {
+
+Reader::Reader(std::string const& dir, std::string const& collection, uint32_t keySize,
+               Options const& options)
+    : paths_(dir, collection), options_(options) {
+  try {
+    fd_ = openExistingFile(paths_.table, false);
+    FileHeader h{};
+    if (::pread(fd_, &h, sizeof(h), 0) != static_cast<ssize_t>(sizeof(h)) || h.magic != kMagic) {
+      throw Error(fmt::format("{} is not a table (yet): no valid header", paths_.table), EINVAL);
+    }
+    if (h.layoutVersion != kLayoutVersion) {
+      throw Error(fmt::format("{} has layout version {}, this reader knows {}", paths_.table,
+                              h.layoutVersion, kLayoutVersion),
+                  EINVAL);
+    }
+    if (keySize != 0 && h.keySize != keySize) {
+      throw Error(
+          fmt::format("{} has keys of {} bytes, expected {}", paths_.table, h.keySize, keySize),
+          EINVAL);
+    }
+    keySize_ = h.keySize;
+    payloadOffset_ = slotPayloadOffset(keySize_);
+    map_.map(fd_, paths_.table, fileSize(fd_, paths_.table), false);
+    lockFd_ = openExistingFile(paths_.lock, true);
+    if (options_.notifications) {
+      registry_.open(paths_, false, {});
+      wakeFd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+      if (wakeFd_ < 0) {
+        int err = errno;
+        throw Error(fmt::format("cannot create wake-up socket: {}", errnoText(err)), err);
+      }
+      uint64_t wakeId = 0;
+      for (int tries = 0;; ++tries) {
+        if (::getrandom(&wakeId, sizeof(wakeId), 0) != sizeof(wakeId)) {
+          wakeId = (uint64_t{static_cast<uint32_t>(::getpid())} << 32) ^
+                   static_cast<uint64_t>(reinterpret_cast<uintptr_t>(this)) ^ uint64_t(tries);
+        }
+        socklen_t len = 0;
+        sockaddr_un addr = wakeAddress(wakeId, &len);
+        if (::bind(wakeFd_, reinterpret_cast<sockaddr*>(&addr), len) == 0) break;
+        if (errno != EADDRINUSE || tries > 8) {
+          int err = errno;
+          throw Error(fmt::format("cannot bind wake-up socket: {}", errnoText(err)), err);
+        }
+      }
+      slot_ = registry_.claim(lockFd_, wakeId);
+      registered_ = true;
+    }
+    // Start from the present: the caller scans or resynchronises for the past.
+    epoch_ = loadAcquire(header()->writerEpoch);
+    pos_ = loadAcquire(header()->queueHead);
+    quiesced_ = loadAcquire(header()->quiesced) != 0;
+    if (options_.keyIndex) {
+      forEach([&](void const* key, char const*, uint32_t, uint64_t version) {
+        index_[std::string(static_cast<char const*>(key), keySize_)] = version;
+      });
+    }
+    if (registered_) {
+      // Caught up by construction: sleep until the writer has news, and
+      // make the fd readable if news came while we were starting.
+      registry_.asleepIs(slot_, true);
+      std::atomic_thread_fence(std::memory_order_seq_cst);
+      if (pending()) selfWake();
+    }
+  } catch (...) {
+    if (registered_) registry_.release(lockFd_, slot_);
+    if (wakeFd_ >= 0) ::close(wakeFd_);
+    if (lockFd_ >= 0) ::close(lockFd_);
+    if (fd_ >= 0) ::close(fd_);
+    throw;
+  }
+}
+
+Reader::~Reader() {
+  if (registered_) registry_.release(lockFd_, slot_);
+  if (wakeFd_ >= 0) ::close(wakeFd_);
+  map_.unmap();
+  if (lockFd_ >= 0) ::close(lockFd_);
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string Reader::typeName() const {
+  char const* n = header()->typeName;
+  return std::string(n, strnlen(n, kTypeNameSize));
+}
+
+bool Reader::writerAlive() const { return byteLocked(lockFd_, 0); }
+
+bool Reader::mapped(uint64_t end) const {
+  if (end <= map_.size()) return true;
+  uint64_t size = loadAcquire(header()->fileSize);
+  if (end > size) return false;
+  map_.remap(size);
+  return true;
+}
+
+void Reader::backoff(int attempt) {
+  if (attempt < 16) return;
+  if (attempt < 64) {
+    sched_yield();
+  } else {
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+}
+
+int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut, uint64_t* seqOut) const {
+  uint64_t index = loadAcquire(header()->indexOffset);
+  if (!mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) return kRetry;
+  uint64_t cap =
+      loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
+  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+  if (cap == 0 || (cap & (cap - 1)) != 0 || !mapped(base + cap * sizeof(Bucket))) return kRetry;
+  for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
+    auto const* b = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
+    uint64_t s = loadAcquire(b->slot);
+    if (s == kEmptyBucket) break;
+    if (s == kTombstone || loadRelaxed(b->hash) != hash) continue;
+    if (s % 8 != 0 || !mapped(s + sizeof(SlotHeader))) return kRetry;
+    SlotHeader const* sh = slotAt(s);
+    uint64_t seq = loadAcquire(sh->seq);
+    if ((seq & 1) || loadRelaxed(sh->state) != kSlotLive ||
+        !mapped(s + loadRelaxed(sh->slotSize))) {
+      return kRetry;
+    }
+    bool same = std::memcmp(at(s) + slotKeyOffset(), key, keySize_) == 0;
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (loadRelaxed(sh->seq) != seq) return kRetry;
+    if (same) {
+      *slotOut = s;
+      *seqOut = seq;
+      return kFound;
+    }
+    // The slot holds another key. If the bucket moved on meanwhile, the slot
+    // may have been reused and our key may sit in the bucket's new slot.
+    if (loadAcquire(b->slot) != s) return kRetry;
+  }
+  // A rehash while we probed the old index may hide a present key.
+  return loadAcquire(header()->indexOffset) == index ? kAbsent : kRetry;
+}
+
+bool Reader::readCopy(void const* key, uint32_t hash, std::vector<char>& out) const {
+  return read(key, hash, [&](char const* rec, uint32_t len) {
+    out.resize(len);
+    std::memcpy(out.data(), rec, len);
+  });
+}
+
+bool Reader::indexed(void const* key) const {
+  return index_.count(std::string(static_cast<char const*>(key), keySize_)) != 0;
+}
+
+bool Reader::pending() const {
+  return loadAcquire(header()->queueHead) != pos_ || loadAcquire(header()->writerEpoch) != epoch_ ||
+         (loadAcquire(header()->quiesced) != 0) != quiesced_;
+}
+
+void Reader::drainWake() {
+  char buf[64];
+  while (::recv(wakeFd_, buf, sizeof(buf), MSG_DONTWAIT) > 0) {
+  }
+}
+
+void Reader::selfWake() {
+  socklen_t len = 0;
+  sockaddr_un addr = wakeAddress(loadRelaxed(registry_.header()->readers[slot_].wakeId), &len);
+  char byte = 1;
+  (void)::sendto(wakeFd_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&addr),
+                 len);
+}
+
+void Reader::keyNotified(void const* key, uint32_t hash, Handler& handler) {
+  if (options_.keyIndex) {
+    uint64_t version = 0;
+    bool present = false;
+    for (int attempt = 0;; ++attempt) {
+      uint64_t slot = 0, seq = 0;
+      int r = probe(key, hash, &slot, &seq);
+      if (r == kAbsent) break;
+      if (r == kFound) {
+        version = loadRelaxed(slotAt(slot)->version);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (loadRelaxed(slotAt(slot)->seq) == seq) {
+          present = true;
+          break;
+        }
+      }
+      backoff(attempt);
+    }
+    std::string k(static_cast<char const*>(key), keySize_);
+    if (present) {
+      index_[std::move(k)] = version;
+    } else {
+      index_.erase(k);
+    }
+  }
+  handler.keyChanged(key);
+}
+
+void Reader::resync(Handler& handler, bool overflow) {
+  ++resyncs_;
+  if (overflow) ++overflows_;
+  epoch_ = loadAcquire(header()->writerEpoch);
+  // Changes after this point arrive through the queue as well.
+  pos_ = loadAcquire(header()->queueHead);
+  if (!options_.keyIndex) {
+    handler.resynchronised(overflow);
+    return;
+  }
+  // Mark every indexed key unseen by flipping a generation bit kept in the
+  // top bit of its version; versions never reach it.
+  constexpr uint64_t kSeen = uint64_t{1} << 63;
+  std::vector<std::string> changed;
+  forEach([&](void const* key, char const*, uint32_t, uint64_t version) {
+    std::string k(static_cast<char const*>(key), keySize_);
+    auto it = index_.find(k);
+    if (it == index_.end()) {
+      index_.emplace(k, version | kSeen);
+      changed.push_back(std::move(k));
+    } else if ((it->second & ~kSeen) != version || (it->second & kSeen)) {
+      // A key seen twice (the scan restarted) keeps its first verdict.
+      if (!(it->second & kSeen)) changed.push_back(std::move(k));
+      it->second = version | kSeen;
+    } else {
+      it->second = version | kSeen;
+    }
+  });
+  for (auto it = index_.begin(); it != index_.end();) {
+    if (it->second & kSeen) {
+      it->second &= ~kSeen;
+      ++it;
+    } else {
+      changed.push_back(it->first);
+      it = index_.erase(it);
+    }
+  }
+  for (auto const& k : changed) handler.keyChanged(k.data());
+  handler.resynchronised(overflow);
+}
+
+size_t Reader::dispatch(Handler& handler, size_t max) {
+  if (!registered_) {
+    throw Error(fmt::format("{}: reader opened without notifications", paths_.table), EINVAL);
+  }
+  drainWake();
+  size_t delivered = 0;
+  uint32_t const entrySize = header()->queueEntrySize;
+  uint64_t const cap = header()->queueCapacity;
+  uint64_t const queueOffset = header()->queueOffset;
+  for (;;) {
+    if (delivered >= max) {
+      selfWake();  // come back through the event loop for the rest
+      break;
+    }
+    if (loadAcquire(header()->writerEpoch) != epoch_) {
+      resync(handler, false);
+      continue;
+    }
+    bool q = loadAcquire(header()->quiesced) != 0;
+    if (q != quiesced_) {
+      quiesced_ = q;
+      handler.quiescedChanged(q);
+    }
+    uint64_t head = loadAcquire(header()->queueHead);
+    if (head == pos_) {
+      registry_.asleepIs(slot_, true);
+      std::atomic_thread_fence(std::memory_order_seq_cst);
+      if (loadAcquire(header()->queueHead) == pos_ &&
+          loadAcquire(header()->writerEpoch) == epoch_ &&
+          (loadAcquire(header()->quiesced) != 0) == quiesced_) {
+        break;
+      }
+      registry_.asleepIs(slot_, false);
+      continue;
+    }
+    if (head - pos_ >= cap) {
+      resync(handler, true);
+      continue;
+    }
+    uint64_t n = std::min<uint64_t>({head - pos_, 256, max - delivered});
+    batch_.resize(n * entrySize);
+    for (uint64_t k = 0; k < n; ++k) {
+      std::memcpy(batch_.data() + k * entrySize,
+                  at(queueOffset + ((pos_ + k) & (cap - 1)) * entrySize), entrySize);
+    }
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (loadRelaxed(header()->queueHead) - pos_ >= cap) {
+      resync(handler, true);  // the writer lapped us while we copied
+      continue;
+    }
+    for (uint64_t k = 0; k < n; ++k) {
+      auto const* e = reinterpret_cast<QueueEntryHeader const*>(batch_.data() + k * entrySize);
+      if (e->position != pos_) {
+        resync(handler, true);
+        break;
+      }
+      ++pos_;
+      keyNotified(batch_.data() + k * entrySize + sizeof(QueueEntryHeader), e->hash, handler);
+      ++delivered;
+    }
+  }
+  storeRelaxed(registry_.header()->readers[slot_].position, pos_);
+  return delivered;
+}
+
+}  // namespace Tamsel

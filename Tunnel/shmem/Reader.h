@@ -1,0 +1,225 @@
+#pragma once
+// A reader of a shared-memory keyed table, in any process. It maps the table
+// read-only, reads records in place under each slot's sequence lock (retrying
+// when the writer changed the slot meanwhile), and never waits for the writer.
+// Notifications arrive per key, in order, through dispatch(); fd() is a file
+// descriptor that becomes readable when the writer woke this reader, so the
+// reader plugs into any event loop. A reader that fell behind the queue, or
+// whose table got a new writer, resynchronises: with a key index it still
+// reports every key that changed meanwhile, deletions included.
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Tunnel/shmem/Atomic.h"
+#include "Tunnel/shmem/Registry.h"
+#include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/Table.h"
+
+namespace Tamsel {
+
+class Reader {
+ public:
+  struct Options {
+    // Keep a local index of keys and versions, so that a resynchronisation
+    // reports exactly the keys that changed (the key-shadow mode).
+    bool keyIndex = true;
+    // Register for notifications (a reader that only looks up does not).
+    bool notifications = true;
+  };
+
+  class Handler {
+   public:
+    virtual ~Handler() = default;
+    // The record of `key` changed or went away; look it up to see which.
+    virtual void keyChanged(void const* key) = 0;
+    // The reader resynchronised after falling behind or a writer restart.
+    virtual void resynchronised(bool overflow) { (void)overflow; }
+    virtual void quiescedChanged(bool quiesced) { (void)quiesced; }
+  };
+
+  // Throws Error when the table does not exist, is not a table, or has a key
+  // size other than `keySize` (0 accepts any).
+  Reader(std::string const& dir, std::string const& collection, uint32_t keySize,
+         Options const& options);
+  Reader(std::string const& dir, std::string const& collection, uint32_t keySize)
+      : Reader(dir, collection, keySize, Options{}) {}
+  ~Reader();
+  Reader(Reader const&) = delete;
+  Reader& operator=(Reader const&) = delete;
+
+  TablePaths const& paths() const { return paths_; }
+  uint32_t keySize() const { return keySize_; }
+  std::string typeName() const;
+  uint32_t maxPayload() const { return header()->maxPayload; }
+
+  // Calls fn(char const* rec, uint32_t len) with the record of `key` in place.
+  // fn may run more than once; only its last run saw a stable record, and it
+  // must not trust the bytes before that (copy first, decode after). False
+  // when the key is absent.
+  template <typename Fn>
+  bool read(void const* key, uint32_t hash, Fn&& fn) const {
+    for (int attempt = 0;; ++attempt) {
+      uint64_t slot = 0, seq = 0;
+      int r = probe(key, hash, &slot, &seq);
+      if (r == kAbsent) return false;
+      if (r == kFound) {
+        SlotHeader const* s = slotAt(slot);
+        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+        fn(at(slot) + payloadOffset_, len);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (loadRelaxed(s->seq) == seq) return true;
+      }
+      backoff(attempt);
+    }
+  }
+
+  // Copies the record of `key` into `out`; false when absent.
+  bool readCopy(void const* key, uint32_t hash, std::vector<char>& out) const;
+
+  // Every live record, in index order, as a stable copy:
+  // fn(void const* key, char const* rec, uint32_t len, uint64_t version).
+  // Every key present throughout the scan is seen; a key may be seen twice
+  // when the writer rehashed during the scan.
+  template <typename Fn>
+  void forEach(Fn&& fn) const {
+    std::vector<char> buf;
+    std::vector<char> key(keySize_);
+    scan([&](uint64_t slot, uint64_t seq) {
+      SlotHeader const* s = slotAt(slot);
+      uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+      buf.resize(len);
+      std::memcpy(key.data(), at(slot) + slotKeyOffset(), keySize_);
+      std::memcpy(buf.data(), at(slot) + payloadOffset_, len);
+      uint64_t version = loadRelaxed(s->version);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(s->seq) != seq) return false;
+      fn(static_cast<void const*>(key.data()), buf.data(), len, version);
+      return true;
+    });
+  }
+
+  uint64_t count() const { return loadAcquire(header()->liveCount); }
+  uint64_t liveBytes() const { return loadAcquire(header()->liveBytes); }
+  uint64_t fileBytes() const { return loadAcquire(header()->fileSize); }
+  uint32_t writerPid() const { return loadAcquire(header()->writerPid); }
+  bool writerAlive() const;
+  bool quiesced() const { return loadAcquire(header()->quiesced) != 0; }
+
+  // Pollable: readable when the writer has woken this reader.
+  int fd() const { return wakeFd_; }
+  // Delivers pending notifications (at most `max`), then, when caught up,
+  // tells the writer it sleeps. Returns the number delivered. If it stops
+  // at `max`, fd() stays readable so the event loop comes back.
+  size_t dispatch(Handler& handler, size_t max = SIZE_MAX);
+  // Whether notifications are waiting (without consuming them).
+  bool pending() const;
+
+  // The local key index (key bytes -> record version), when kept.
+  size_t indexedKeys() const { return index_.size(); }
+  bool indexed(void const* key) const;
+  template <typename Fn>
+  void forEachIndexedKey(Fn&& fn) const {
+    for (auto const& [k, v] : index_) fn(static_cast<void const*>(k.data()));
+  }
+
+  // For tests: the read-only mapping of the table.
+  char const* mappingBase() const { return map_.base(); }
+
+  uint64_t overflows() const { return overflows_; }
+  uint64_t resyncs() const { return resyncs_; }
+
+ private:
+  enum { kAbsent = 0, kFound = 1, kRetry = 2 };
+  FileHeader const* header() const { return reinterpret_cast<FileHeader const*>(map_.base()); }
+  char const* at(uint64_t off) const { return map_.base() + off; }
+  SlotHeader const* slotAt(uint64_t off) const {
+    return reinterpret_cast<SlotHeader const*>(at(off));
+  }
+  uint32_t maxLen(SlotHeader const* s) const {
+    uint32_t size = loadRelaxed(s->slotSize);
+    return size > payloadOffset_ ? size - payloadOffset_ : 0;
+  }
+  // Makes [0, end) addressable, following the writer's growth. False when
+  // `end` lies beyond the file.
+  bool mapped(uint64_t end) const;
+  int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
+  // Calls visit(slot, seq) for each live slot of the current index; visit
+  // returns false when the slot changed under it (the bucket is re-read).
+  template <typename Visit>
+  void scan(Visit&& visit) const;
+  static void backoff(int attempt);
+
+  void resync(Handler& handler, bool overflow);
+  void keyNotified(void const* key, uint32_t hash, Handler& handler);
+  void drainWake();
+  void selfWake();
+
+  TablePaths paths_;
+  uint32_t keySize_ = 0;
+  uint32_t payloadOffset_ = 0;
+  Options options_;
+  int fd_ = -1;
+  int lockFd_ = -1;
+  int wakeFd_ = -1;
+  mutable Mapping map_;
+  ReaderRegistry registry_;
+  uint32_t slot_ = 0;
+  bool registered_ = false;
+  uint64_t pos_ = 0;
+  uint64_t epoch_ = 0;
+  bool quiesced_ = false;
+  uint64_t overflows_ = 0;
+  uint64_t resyncs_ = 0;
+  std::unordered_map<std::string, uint64_t> index_;
+  std::vector<char> batch_;
+};
+
+template <typename Visit>
+void Reader::scan(Visit&& visit) const {
+  for (int attempt = 0;; ++attempt) {
+    uint64_t index = loadAcquire(header()->indexOffset);
+    if (!mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
+      backoff(attempt);
+      continue;
+    }
+    auto const* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
+    uint64_t cap = loadRelaxed(ih->capacity);
+    uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+    if (!mapped(base + cap * sizeof(Bucket))) {
+      backoff(attempt);
+      continue;
+    }
+    bool restarted = false;
+    for (uint64_t i = 0; i < cap && !restarted; ++i) {
+      for (int tries = 0;; ++tries) {
+        auto const* b = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
+        uint64_t s = loadAcquire(b->slot);
+        if (s < 2) break;
+        if (!mapped(s + sizeof(SlotHeader))) {
+          backoff(tries);
+          continue;
+        }
+        uint64_t seq = loadAcquire(slotAt(s)->seq);
+        if ((seq & 1) == 0 && loadRelaxed(slotAt(s)->state) == kSlotLive &&
+            mapped(s + loadRelaxed(slotAt(s)->slotSize)) && visit(s, seq)) {
+          break;
+        }
+        if (loadAcquire(header()->indexOffset) != index) {
+          // The writer rehashed; its old index no longer follows the table.
+          restarted = true;
+          break;
+        }
+        backoff(tries);
+      }
+      base = index + sizeof(SlotHeader) + sizeof(IndexHeader);  // the mapping may have moved
+    }
+    if (!restarted) return;
+  }
+}
+
+}  // namespace Tamsel

@@ -1,0 +1,83 @@
+#include "Tunnel/shmem/Registry.h"
+
+#include <atomic>
+#include <cstring>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "Tunnel/shmem/Atomic.h"
+
+namespace Tamsel {
+
+ReaderRegistry::~ReaderRegistry() {
+  map_.unmap();
+  if (fd_ >= 0) ::close(fd_);
+}
+
+void ReaderRegistry::open(TablePaths const& paths, bool create, FilePermissions const& perms) {
+  bool created = false;
+  fd_ = create ? openOwnedFile(paths.registry, true, perms, &created)
+               : openExistingFile(paths.registry, true);
+  if (created) reserveSpace(fd_, paths.registry, sizeof(RegistryHeader));
+  if (fileSize(fd_, paths.registry) < sizeof(RegistryHeader)) {
+    throw Error(fmt::format("{} is truncated", paths.registry), EINVAL);
+  }
+  map_.map(fd_, paths.registry, sizeof(RegistryHeader), true);
+  auto* h = header();
+  if (created) {
+    h->maxReaders = kMaxReaders;
+    storeRelease(h->magic, kRegistryMagic);
+  } else if (loadAcquire(h->magic) != kRegistryMagic || h->maxReaders != kMaxReaders) {
+    throw Error(fmt::format("{} is not a reader registry", paths.registry), EINVAL);
+  }
+}
+
+uint32_t ReaderRegistry::claim(int lockFd, uint64_t wakeId) {
+  auto* h = header();
+  for (uint32_t i = 0; i < kMaxReaders; ++i) {
+    if (!tryLockByte(lockFd, 1 + i)) continue;
+    ReaderSlot& s = h->readers[i];
+    storeRelaxed(s.pid, static_cast<uint32_t>(::getpid()));
+    storeRelaxed(s.position, uint64_t{0});
+    storeRelaxed(s.wakeId, wakeId);
+    storeRelease(s.inUse, 1u);
+    return i;
+  }
+  throw Error(fmt::format("table has {} readers already; no room for another", kMaxReaders), EBUSY);
+}
+
+void ReaderRegistry::release(int lockFd, uint32_t slot) {
+  auto* h = header();
+  asleepIs(slot, false);
+  storeRelease(h->readers[slot].inUse, 0u);
+  unlockByte(lockFd, 1 + slot);
+}
+
+void ReaderRegistry::asleepIs(uint32_t slot, bool asleep) {
+  std::atomic_ref<uint64_t> word(header()->asleepMask[slot / 64]);
+  uint64_t bit = uint64_t{1} << (slot % 64);
+  if (asleep) {
+    word.fetch_or(bit, std::memory_order_seq_cst);
+  } else {
+    word.fetch_and(~bit, std::memory_order_seq_cst);
+  }
+}
+
+uint64_t ReaderRegistry::takeSleepers(uint32_t word) {
+  std::atomic_ref<uint64_t> w(header()->asleepMask[word]);
+  if (w.load(std::memory_order_seq_cst) == 0) return 0;
+  return w.exchange(0, std::memory_order_seq_cst);
+}
+
+sockaddr_un wakeAddress(uint64_t wakeId, socklen_t* len) {
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  std::string name = fmt::format("tamsel.{:016x}", wakeId);
+  a.sun_path[0] = '\0';
+  std::memcpy(a.sun_path + 1, name.data(), name.size());
+  *len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  return a;
+}
+
+}  // namespace Tamsel

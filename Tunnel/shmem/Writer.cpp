@@ -1,0 +1,434 @@
+#include "Tunnel/shmem/Writer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include "Tunnel/framework/Range.h"
+
+namespace Tamsel {
+namespace {
+
+constexpr uint64_t kMinIndexCapacity = 1024;
+constexpr uint64_t kGrowChunk = 1u << 20;
+constexpr uint64_t kMaxGrowStep = 1ull << 30;
+
+uint32_t headerBytes() { return static_cast<uint32_t>(roundUp(sizeof(FileHeader), 64)); }
+
+}  // namespace
+
+Writer::Writer(std::string const& dir, std::string const& collection, TableSpec const& spec,
+               FilePermissions const& perms)
+    : spec_(spec), paths_(dir, collection), perms_(perms) {
+  if (spec.keySize == 0 || spec.keySize > kMaxKeySize) {
+    throw Error(
+        fmt::format("{}: key size {} outside 1..{}", paths_.table, spec.keySize, kMaxKeySize),
+        EINVAL);
+  }
+  if (spec.queueCapacity < 2 || (spec.queueCapacity & (spec.queueCapacity - 1)) != 0) {
+    throw Error(fmt::format("{}: queue capacity {} is not a power of two", paths_.table,
+                            spec.queueCapacity),
+                EINVAL);
+  }
+  if (spec_.fixedPayload) spec_.maxPayload = spec_.fixedPayload;
+  if (spec_.allocatorName.empty()) spec_.allocatorName = spec_.typeName;
+  makeDirs(dir, perms);
+  try {
+    lockFd_ = openOwnedFile(paths_.lock, true, perms);
+    if (!tryLockByte(lockFd_, 0)) {
+      uint32_t pid = 0;
+      try {
+        int fd = openExistingFile(paths_.table, false);
+        FileHeader h{};
+        if (::pread(fd, &h, sizeof(h), 0) == static_cast<ssize_t>(sizeof(h))) pid = h.writerPid;
+        ::close(fd);
+      } catch (Error const&) {
+        // The holder has not created the table yet; no pid to name.
+      }
+      throw Error(fmt::format("table {} already has a writer (pid {})", paths_.table, pid), EBUSY);
+    }
+    bool created = false;
+    fd_ = openOwnedFile(paths_.table, true, perms, &created);
+    FileHeader existing{};
+    bool valid =
+        !created &&
+        ::pread(fd_, &existing, sizeof(existing), 0) == static_cast<ssize_t>(sizeof(existing)) &&
+        existing.magic == kMagic;
+    payloadOffset_ = slotPayloadOffset(spec_.keySize);
+    classes_ = SizeClasses(slotBytesFor(spec_.keySize, spec_.maxPayload));
+    free_.assign(classes_.count(), {});
+    if (valid) {
+      attach(spec_);
+    } else {
+      create(spec_);
+    }
+    registry_.open(paths_, true, perms);
+    wakeSocket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (wakeSocket_ < 0) {
+      int err = errno;
+      throw Error(fmt::format("cannot create wake-up socket: {}", errnoText(err)), err);
+    }
+    storeRelease(header()->writerPid, static_cast<uint32_t>(::getpid()));
+  } catch (...) {
+    map_.unmap();
+    if (fd_ >= 0) ::close(fd_);
+    if (lockFd_ >= 0) ::close(lockFd_);
+    throw;
+  }
+}
+
+Writer::~Writer() {
+  map_.unmap();
+  if (wakeSocket_ >= 0) ::close(wakeSocket_);
+  if (fd_ >= 0) ::close(fd_);
+  if (lockFd_ >= 0) ::close(lockFd_);  // drops the writer lock
+}
+
+void Writer::create(TableSpec const& spec) {
+  if (::ftruncate(fd_, 0) != 0) {
+    int err = errno;
+    throw Error(fmt::format("cannot truncate {}: {}", paths_.table, errnoText(err)), err);
+  }
+  uint32_t entrySize = queueEntrySizeFor(spec.keySize);
+  uint64_t queueOffset = headerBytes();
+  uint64_t heapOffset = roundUp(queueOffset + uint64_t{spec.queueCapacity} * entrySize, 64);
+  uint64_t size = roundUp(heapOffset + kGrowChunk, kGrowChunk);
+  reserveSpace(fd_, paths_.table, size);
+  map_.map(fd_, paths_.table, size, true);
+  FileHeader* h = header();
+  h->layoutVersion = kLayoutVersion;
+  h->headerSize = headerBytes();
+  h->keySize = spec.keySize;
+  h->maxPayload = spec.maxPayload;
+  h->fixedPayload = spec.fixedPayload;
+  h->queueCapacity = spec.queueCapacity;
+  h->queueEntrySize = entrySize;
+  h->queueOffset = queueOffset;
+  h->heapOffset = heapOffset;
+  std::snprintf(h->typeName, sizeof(h->typeName), "%s", spec.typeName.c_str());
+  h->fileSize = size;
+  h->heapEnd = heapOffset;
+  h->writerEpoch = 1;
+  buildIndex(kMinIndexCapacity);
+  // Readers accept the table only once the magic is there.
+  storeRelease(header()->magic, kMagic);
+}
+
+void Writer::attach(TableSpec const& spec) {
+  FileHeader h{};
+  if (::pread(fd_, &h, sizeof(h), 0) != static_cast<ssize_t>(sizeof(h))) {
+    throw Error(fmt::format("cannot read the header of {}", paths_.table), EIO);
+  }
+  if (h.layoutVersion != kLayoutVersion || h.keySize != spec.keySize ||
+      h.maxPayload != spec.maxPayload || h.fixedPayload != spec.fixedPayload ||
+      h.queueCapacity != spec.queueCapacity || spec.typeName != h.typeName) {
+    throw Error(fmt::format("{} holds a table of {} (key {} bytes, records up to {}); this writer "
+                            "is for {} (key {} bytes, records up to {})",
+                            paths_.table, h.typeName, h.keySize, h.maxPayload, spec.typeName,
+                            spec.keySize, spec.maxPayload),
+                EINVAL);
+  }
+  uint64_t size = fileSize(fd_, paths_.table);
+  map_.map(fd_, paths_.table, size, true);
+  storeRelease(header()->fileSize, size);
+  recover();
+  recovered_ = true;
+}
+
+void Writer::recover() {
+  FileHeader* h = header();
+  uint64_t const heapOffset = h->heapOffset;
+  uint64_t const heapEnd = h->heapEnd;
+  uint64_t const index = h->indexOffset;
+  auto corrupt = [&](uint64_t off, const char* what) {
+    return Error(fmt::format("{} is corrupt at offset {}: {}", paths_.table, off, what), EINVAL);
+  };
+  if (heapEnd > map_.size() || heapOffset > heapEnd) throw corrupt(0, "heap bounds");
+  if (index < heapOffset || index + sizeof(SlotHeader) + sizeof(IndexHeader) > heapEnd ||
+      slotAt(index)->state != kSlotIndex) {
+    throw corrupt(index, "no index");
+  }
+  // Which slots does the index reference? One bit per 8 bytes of heap.
+  std::vector<uint64_t> referenced((heapEnd - heapOffset) / 8 / 64 + 1, 0);
+  auto* ih = reinterpret_cast<IndexHeader*>(at(index + sizeof(SlotHeader)));
+  auto* buckets = reinterpret_cast<Bucket*>(ih + 1);
+  uint64_t cap = ih->capacity;
+  if (cap == 0 || (cap & (cap - 1)) != 0 ||
+      index + sizeof(SlotHeader) + sizeof(IndexHeader) + cap * sizeof(Bucket) > heapEnd) {
+    throw corrupt(index, "index capacity");
+  }
+  tombstones_ = 0;
+  for (uint64_t i = 0; i < cap; ++i) {
+    uint64_t s = buckets[i].slot;
+    if (s == kTombstone) ++tombstones_;
+    if (s < 2) continue;
+    if (s < heapOffset || s >= heapEnd || s % 8 != 0) throw corrupt(s, "bucket points outside");
+    uint64_t bit = (s - heapOffset) / 8;
+    referenced[bit / 64] |= uint64_t{1} << (bit % 64);
+  }
+  uint64_t live = 0, bytes = 0;
+  version_ = 0;
+  for (uint64_t off = heapOffset; off < heapEnd;) {
+    SlotHeader* s = slotAt(off);
+    if (s->slotSize < sizeof(SlotHeader) || s->slotSize % 8 != 0 || off + s->slotSize > heapEnd) {
+      throw corrupt(off, "slot size");
+    }
+    uint64_t bit = (off - heapOffset) / 8;
+    bool isReferenced = (referenced[bit / 64] >> (bit % 64)) & 1;
+    if (s->state == kSlotIndex) {
+      if (off != index) s->state = kSlotFree;  // an old index no reader can reach any more
+    } else if (isReferenced) {
+      if (s->seq & 1) storeRelease(s->seq, s->seq + 1);
+      s->state = kSlotLive;
+      ++live;
+      bytes += s->payloadLen;
+      version_ = std::max(version_, s->version);
+    } else if (s->state != kSlotFree || (s->seq & 1)) {
+      // Left by a write or a free that the previous writer did not finish.
+      s->state = kSlotFree;
+      storeRelease(s->seq, (s->seq | 1) + 1);
+    }
+    if (s->state == kSlotFree) {
+      uint32_t cls = classes_.classOf(s->slotSize);
+      if (cls < classes_.count() && classes_.size(cls) == s->slotSize) {
+        free_[cls].push_back(off);
+      }
+      // Other sizes (old indexes) stay unused until the table is recreated.
+    }
+    off += s->slotSize;
+  }
+  h->liveCount = live;
+  h->liveBytes = bytes;
+  // A notification written but not published may describe a change that
+  // readers can already see: every reader resynchronises on a new epoch.
+  storeRelease(h->writerEpoch, h->writerEpoch + 1);
+}
+
+void Writer::grow(uint64_t needEnd) {
+  uint64_t cur = header()->fileSize;
+  uint64_t step = std::min(std::max(cur, kGrowChunk), kMaxGrowStep);
+  uint64_t size = roundUp(std::max(needEnd, cur + step), kGrowChunk);
+  reserveSpace(fd_, paths_.table, size);
+  map_.remap(size);
+  storeRelease(header()->fileSize, size);
+}
+
+uint64_t Writer::carve(uint64_t bytes) {
+  uint64_t off = header()->heapEnd;
+  if (off + bytes > header()->fileSize) grow(off + bytes);
+  SlotHeader* s = slotAt(off);
+  std::memset(s, 0, sizeof(SlotHeader));
+  s->slotSize = static_cast<uint32_t>(bytes);
+  s->state = kSlotFree;
+  // The header is complete before heap walkers can reach it.
+  storeRelease(header()->heapEnd, off + bytes);
+  return off;
+}
+
+uint64_t Writer::allocSlot(uint32_t cls) {
+  auto& list = free_[cls];
+  if (!list.empty()) {
+    uint64_t off = list.back();
+    list.pop_back();
+    return off;
+  }
+  return carve(classes_.size(cls));
+}
+
+void Writer::freeSlot(uint64_t off) {
+  SlotHeader* s = slotAt(off);
+  storeRelaxed(s->state, uint16_t{kSlotFree});
+  // Readers holding this offset see the sequence move and retry.
+  storeRelease(s->seq, s->seq + 2);
+  free_[classes_.classOf(s->slotSize)].push_back(off);
+}
+
+uint64_t Writer::beginWrite(void const* key, uint32_t len) {
+  if (spec_.fixedPayload && len != spec_.fixedPayload) {
+    Zent::throwRangeException(
+        fmt::format("{}::alloc() requested payloadSize:{}, but fixed "
+                    "payloadSize:{}",
+                    spec_.allocatorName, len, spec_.fixedPayload));
+  }
+  if (len > spec_.maxPayload) {
+    Zent::throwRangeException(
+        fmt::format("{}::alloc() requested payloadSize:{}, but max "
+                    "payloadSize:{}",
+                    spec_.allocatorName, len, spec_.maxPayload));
+  }
+  uint64_t off = allocSlot(classes_.classOf(slotBytesFor(spec_.keySize, len)));
+  SlotHeader* s = slotAt(off);
+  storeRelaxed(s->seq, s->seq + 1);
+  std::atomic_thread_fence(std::memory_order_release);
+  s->payloadLen = len;
+  s->version = ++version_;
+  std::memcpy(at(off) + slotKeyOffset(), key, spec_.keySize);
+  return off;
+}
+
+void Writer::commitWrite(void const* key, uint32_t hash, uint64_t slot) {
+  {
+    SlotHeader* s = slotAt(slot);
+    s->state = kSlotLive;
+    storeRelease(s->seq, s->seq + 1);
+  }
+  uint64_t bucket = findBucket(key, hash);
+  uint64_t old = 0;
+  if (bucket == 0) {
+    maybeGrowIndex();
+    bucket = insertBucket(hash);
+  } else {
+    old = bucketAt(bucket)->slot;
+  }
+  uint64_t pos = header()->queueHead;
+  uint32_t len = slotAt(slot)->payloadLen;
+  publishNotification(key, hash);
+  storeRelease(bucketAt(bucket)->slot, slot);
+  FileHeader* h = header();
+  if (old) {
+    storeRelaxed(h->liveBytes, h->liveBytes - slotAt(old)->payloadLen + len);
+  } else {
+    storeRelaxed(h->liveCount, h->liveCount + 1);
+    storeRelaxed(h->liveBytes, h->liveBytes + len);
+  }
+  storeRelease(h->queueHead, pos + 1);
+  if (old) freeSlot(old);
+  wakeSleepers();
+}
+
+void Writer::commitRemove(void const* key, uint32_t hash, uint64_t bucket) {
+  uint64_t pos = header()->queueHead;
+  uint64_t old = bucketAt(bucket)->slot;
+  publishNotification(key, hash);
+  storeRelease(bucketAt(bucket)->slot, kTombstone);
+  ++tombstones_;
+  FileHeader* h = header();
+  storeRelaxed(h->liveCount, h->liveCount - 1);
+  storeRelaxed(h->liveBytes, h->liveBytes - slotAt(old)->payloadLen);
+  storeRelease(h->queueHead, pos + 1);
+  freeSlot(old);
+  wakeSleepers();
+}
+
+void Writer::publishNotification(void const* key, uint32_t hash) {
+  FileHeader const* h = header();
+  uint64_t pos = h->queueHead;
+  char* e = at(h->queueOffset + (pos & (h->queueCapacity - 1)) * h->queueEntrySize);
+  auto* qe = reinterpret_cast<QueueEntryHeader*>(e);
+  storeRelaxed(qe->position, pos);
+  storeRelaxed(qe->hash, hash);
+  std::memcpy(e + sizeof(QueueEntryHeader), key, spec_.keySize);
+}
+
+void Writer::wakeSleepers() {
+  // Pairs with the reader's fence between announcing sleep and re-reading
+  // the queue head: either it sees our entry or we see its bit.
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  for (uint32_t w = 0; w < kMaxReaders / 64; ++w) {
+    uint64_t mask = registry_.takeSleepers(w);
+    while (mask) {
+      uint32_t i = w * 64 + static_cast<uint32_t>(__builtin_ctzll(mask));
+      mask &= mask - 1;
+      socklen_t len = 0;
+      sockaddr_un addr = wakeAddress(loadRelaxed(registry_.header()->readers[i].wakeId), &len);
+      char byte = 1;
+      // A reader that is gone, or already has a wake-up pending, needs no other.
+      (void)::sendto(wakeSocket_, &byte, 1, MSG_DONTWAIT | MSG_NOSIGNAL,
+                     reinterpret_cast<sockaddr*>(&addr), len);
+    }
+  }
+}
+
+void Writer::quiescedIs(bool q) {
+  if ((header()->quiesced != 0) == q) return;
+  storeRelease(header()->quiesced, q ? 1u : 0u);
+  wakeSleepers();
+}
+
+uint64_t Writer::findBucket(void const* key, uint32_t hash) const {
+  uint64_t index = header()->indexOffset;
+  auto* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
+  uint64_t cap = ih->capacity;
+  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+  for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
+    Bucket const* b = bucketAt(base + i * sizeof(Bucket));
+    if (b->slot == kEmptyBucket) return 0;
+    if (b->slot != kTombstone && b->hash == hash &&
+        std::memcmp(at(b->slot) + slotKeyOffset(), key, spec_.keySize) == 0) {
+      return base + i * sizeof(Bucket);
+    }
+  }
+  return 0;
+}
+
+uint64_t Writer::insertBucket(uint32_t hash) {
+  uint64_t index = header()->indexOffset;
+  auto* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
+  uint64_t cap = ih->capacity;
+  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+  for (uint64_t i = hash & (cap - 1);; i = (i + 1) & (cap - 1)) {
+    Bucket* b = bucketAt(base + i * sizeof(Bucket));
+    if (b->slot == kEmptyBucket || b->slot == kTombstone) {
+      if (b->slot == kTombstone) --tombstones_;
+      storeRelaxed(b->hash, hash);
+      return base + i * sizeof(Bucket);
+    }
+  }
+}
+
+void Writer::maybeGrowIndex() {
+  uint64_t index = header()->indexOffset;
+  uint64_t cap = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity;
+  uint64_t live = header()->liveCount;
+  if ((live + tombstones_ + 1) * 2 <= cap) return;
+  uint64_t want = kMinIndexCapacity;
+  while (want < (live + 1) * 4) want *= 2;
+  buildIndex(want);
+}
+
+void Writer::buildIndex(uint64_t capacity) {
+  uint64_t bytes =
+      roundUp(sizeof(SlotHeader) + sizeof(IndexHeader) + capacity * sizeof(Bucket), 64);
+  uint64_t off = carve(bytes);
+  slotAt(off)->state = kSlotIndex;
+  auto* ih = reinterpret_cast<IndexHeader*>(at(off + sizeof(SlotHeader)));
+  ih->capacity = capacity;
+  auto* buckets = reinterpret_cast<Bucket*>(ih + 1);
+  std::memset(static_cast<void*>(buckets), 0, capacity * sizeof(Bucket));
+  uint64_t old = header()->indexOffset;
+  if (old) {
+    auto const* oh = reinterpret_cast<IndexHeader const*>(at(old + sizeof(SlotHeader)));
+    auto const* ob = reinterpret_cast<Bucket const*>(oh + 1);
+    for (uint64_t i = 0; i < oh->capacity; ++i) {
+      if (ob[i].slot < 2) continue;
+      for (uint64_t j = ob[i].hash & (capacity - 1);; j = (j + 1) & (capacity - 1)) {
+        if (buckets[j].slot == kEmptyBucket) {
+          buckets[j] = ob[i];
+          break;
+        }
+      }
+    }
+  }
+  tombstones_ = 0;
+  // Readers switch to the new index with this one store; the old one stays
+  // intact for those still probing it.
+  storeRelease(header()->indexOffset, off);
+}
+
+bool Writer::find(void const* key, uint32_t hash, char const** rec, uint32_t* len) const {
+  uint64_t b = findBucket(key, hash);
+  if (b == 0) return false;
+  uint64_t slot = bucketAt(b)->slot;
+  *rec = at(slot) + payloadOffset_;
+  *len = slotAt(slot)->payloadLen;
+  return true;
+}
+
+uint64_t Writer::slotOffset(void const* key, uint32_t hash) const {
+  uint64_t b = findBucket(key, hash);
+  return b ? bucketAt(b)->slot : 0;
+}
+
+}  // namespace Tamsel

@@ -1,0 +1,220 @@
+// Writers and readers in separate processes, as agents use them.
+#include <map>
+#include <poll.h>
+#include <random>
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <gtest/gtest.h>
+
+#include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/Writer.h"
+#include "tests/shmem/ShmTestUtil.h"
+
+using namespace Tamsel;
+using namespace TamselTest;
+
+namespace {
+
+TableSpec spec(uint32_t queue = 1024) {
+  TableSpec s;
+  s.typeName = "Test::Table";
+  s.allocatorName = "TestTable";
+  s.keySize = 8;
+  s.maxPayload = 140000;
+  s.queueCapacity = queue;
+  return s;
+}
+
+void put(Writer& w, uint64_t key, uint64_t gen, uint32_t len) {
+  auto rec = makeRecord(key, gen, len);
+  w.write(&key, keyHash(key), len, [&](char* dst) { std::memcpy(dst, rec.data(), len); });
+}
+
+struct Pipe {
+  int fds[2];
+  Pipe() {
+    if (::pipe(fds) != 0) std::abort();
+  }
+  ~Pipe() {
+    ::close(fds[0]);
+    ::close(fds[1]);
+  }
+  void signal() { (void)!::write(fds[1], "x", 1); }
+  bool wait() {
+    char c;
+    return ::read(fds[0], &c, 1) == 1;
+  }
+};
+
+// Keeps a view of the table from notifications alone, reading each key
+// that changed.
+struct ViewKeeper : Reader::Handler {
+  explicit ViewKeeper(Reader& r) : reader(r) {}
+  Reader& reader;
+  std::map<uint64_t, uint64_t> view;
+  std::vector<uint64_t> keys;
+  bool bad = false;
+  void keyChanged(void const* key) override {
+    uint64_t k;
+    std::memcpy(&k, key, 8);
+    keys.push_back(k);
+    std::vector<char> rec;
+    if (reader.readCopy(&k, keyHash(k), rec)) {
+      if (!recordValid(rec.data(), static_cast<uint32_t>(rec.size()), k)) bad = true;
+      view[k] = recordGen(rec.data());
+    } else {
+      view.erase(k);
+    }
+  }
+};
+
+bool waitReadable(int fd, int ms) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, ms) == 1;
+}
+
+std::map<uint64_t, uint64_t> scan(Reader const& r) {
+  std::map<uint64_t, uint64_t> out;
+  r.forEach([&](void const* key, char const* rec, uint32_t, uint64_t) {
+    uint64_t k;
+    std::memcpy(&k, key, 8);
+    out[k] = recordGen(rec);
+  });
+  return out;
+}
+
+class TamselProcessTest : public ::testing::Test {
+ protected:
+  StateRoot root;
+  std::string dir = root.dir("tunnel/table/ldp");
+};
+
+TEST_F(TamselProcessTest, ReaderInAnotherProcessGetsEveryKeyInOrderThroughItsFd) {
+  Pipe ready, go;
+  std::vector<uint64_t> sent;
+  for (uint64_t i = 0; i < 3000; ++i) sent.push_back((i * 7919) % 1000);
+  pid_t child = forkChild([&] {
+    Writer w(dir, "entry", spec());
+    ready.signal();
+    go.wait();
+    for (size_t i = 0; i < sent.size(); ++i) {
+      if (i % 5 == 4) {
+        uint64_t k = sent[i];
+        if (!w.remove(&k, keyHash(k), [](char const*, uint32_t) {})) put(w, k, i, 64);
+      } else {
+        put(w, sent[i], i, 64 + static_cast<uint32_t>(i % 500));
+      }
+      if (i % 100 == 0) ::usleep(200);  // let the reader fall asleep now and then
+    }
+    return true;
+  });
+  ASSERT_TRUE(ready.wait());
+  Reader r(dir, "entry", 8);
+  ViewKeeper keeper(r);
+  go.signal();
+  while (keeper.keys.size() < sent.size()) {
+    ASSERT_TRUE(waitReadable(r.fd(), 5000)) << "no wake-up after " << keeper.keys.size();
+    r.dispatch(keeper);
+  }
+  EXPECT_EQ(keeper.keys, sent);
+  EXPECT_FALSE(keeper.bad);
+  EXPECT_EQ(waitChild(child), 0);
+  EXPECT_EQ(keeper.view, scan(r));
+}
+
+TEST_F(TamselProcessTest, StoppedReaderCatchesUpAcrossTenQueuesOfChanges) {
+  constexpr uint32_t kQueue = 256;
+  Writer w(dir, "entry", spec(kQueue));
+  for (uint64_t k = 0; k < 300; ++k) put(w, k, 0, 100);
+  Pipe ready;
+  pid_t child = forkChild([&] {
+    Reader r(dir, "entry", 8);
+    ViewKeeper keeper(r);
+    for (auto const& [k, g] : scan(r)) keeper.view[k] = g;
+    ready.signal();
+    uint64_t const kDone = 999999;
+    while (!keeper.view.count(kDone)) {
+      if (!waitReadable(r.fd(), 10000)) return false;
+      r.dispatch(keeper);
+    }
+    return !keeper.bad && r.overflows() >= 1 && keeper.view == scan(r);
+  });
+  ASSERT_TRUE(ready.wait());
+  ::kill(child, SIGSTOP);
+  std::mt19937_64 rng(3);
+  for (uint32_t i = 0; i < 10 * kQueue; ++i) {
+    uint64_t k = rng() % 400;
+    if (rng() % 3 == 0) {
+      w.remove(&k, keyHash(k), [](char const*, uint32_t) {});
+    } else {
+      put(w, k, i + 1, 100 + static_cast<uint32_t>(rng() % 1000));
+    }
+  }
+  ::kill(child, SIGCONT);
+  put(w, 999999, 1, 64);
+  EXPECT_EQ(waitChild(child), 0);
+}
+
+TEST_F(TamselProcessTest, SecondWriterIsRefusedWhileTheFirstLivesAndAcceptedAfterItDies) {
+  Pipe ready;
+  pid_t child = forkChild([&] {
+    Writer w(dir, "entry", spec());
+    put(w, 1, 1, 64);
+    ready.signal();
+    ::pause();
+    return true;
+  });
+  ASSERT_TRUE(ready.wait());
+  try {
+    Writer w(dir, "entry", spec());
+    FAIL() << "second writer accepted";
+  } catch (Error const& e) {
+    std::string msg = e.what();
+    EXPECT_NE(msg.find(dir + "/entry.tbl"), std::string::npos) << msg;
+    EXPECT_NE(msg.find("pid " + std::to_string(child)), std::string::npos) << msg;
+  }
+  ::kill(child, SIGKILL);
+  EXPECT_EQ(waitChild(child), 128 + SIGKILL);
+  Writer w(dir, "entry", spec());
+  EXPECT_TRUE(w.recovered());
+  EXPECT_EQ(w.count(), 1u);
+}
+
+TEST_F(TamselProcessTest, WritingThroughAReadersMappingFaults) {
+  { Writer w(dir, "entry", spec()); }
+  pid_t child = forkChild([&] {
+    Reader r(dir, "entry", 8);
+    ::signal(SIGSEGV, SIG_DFL);  // the sanitizer would turn the fault into an exit code
+    *const_cast<volatile char*>(r.mappingBase() + 64) = 1;
+    return true;
+  });
+  EXPECT_EQ(waitChild(child), 128 + SIGSEGV);
+}
+
+TEST_F(TamselProcessTest, FullFileSystemIsACleanErrorAndTheTableStaysReadable) {
+  std::string small = root.path() + "/small";
+  std::filesystem::create_directories(small);
+  pid_t child = forkChild([&] {
+    if (::unshare(CLONE_NEWNS) != 0) ::_exit(77);
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ::_exit(77);
+    if (::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=4m") != 0) ::_exit(77);
+    std::string d = small + "/tunnel/table/static";
+    Writer w(d, "entry", spec());
+    uint64_t k = 0;
+    try {
+      for (; k < 1000; ++k) put(w, k, k, 130000);
+      return false;  // 130 MB cannot fit in 4 MB
+    } catch (Error const& e) {
+      if (std::string(e.what()).find("cannot reserve") == std::string::npos) return false;
+    }
+    Reader r(d, "entry", 8);
+    auto v = scan(r);
+    return v.size() == k && w.count() == k;
+  });
+  int rc = waitChild(child);
+  if (rc == 77) GTEST_SKIP() << "no private mount namespace here";
+  EXPECT_EQ(rc, 0);
+}
+
+}  // namespace
