@@ -15,10 +15,6 @@ constexpr uint32_t kLayoutVersion = 1;
 constexpr uint32_t kMaxKeySize = 64;
 constexpr uint32_t kTypeNameSize = 128;
 
-// Offsets in an index bucket's slot field.
-constexpr uint64_t kEmptyBucket = 0;
-constexpr uint64_t kTombstone = 1;
-
 enum SlotState : uint16_t {
   kSlotFree = 0,
   kSlotLive = 1,
@@ -58,23 +54,48 @@ static_assert(sizeof(FileHeader) % 64 == 0 || sizeof(FileHeader) < 512);
 // A record slot: header, key, payload. `seq` is odd while the writer fills the
 // slot; readers copy and re-check it. `slotSize` never changes once the slot
 // is carved from the heap, which makes the heap walkable.
+// A slot's sequence lock moves only when the slot is filled again, so a
+// reader that copied a record before the slot was freed still saw it whole.
 struct SlotHeader {
   uint32_t seq;
   uint16_t state;
-  uint16_t reserved;
+  uint16_t reserved0;
   uint32_t slotSize;
   uint32_t payloadLen;
+  uint32_t hash;  // the key's hash, for rebuilding the index
+  uint32_t reserved1;
   uint64_t version;
   // key[keySize rounded up to 8], then the payload
 };
-static_assert(sizeof(SlotHeader) == 24);
+static_assert(sizeof(SlotHeader) == 32);
 
+// An index bucket: a word published with one store, and the first eight
+// bytes of the key (zero-padded), written before the word. The word holds the
+// slot's offset divided by 8 (bits 0-39), its size class (bits 40-47, so a
+// reader can prefetch the whole record at once) and the top 16 bits of the
+// key's hash (bits 48-63). Word 0 is an empty bucket, 1 a tombstone. Tables
+// with keys of at most eight bytes find a key without touching its slot.
 struct Bucket {
-  uint64_t slot;  // kEmptyBucket, kTombstone or a slot offset
-  uint32_t hash;
-  uint32_t reserved;
+  uint64_t word;
+  uint64_t keyPrefix;
 };
 static_assert(sizeof(Bucket) == 16);
+constexpr uint64_t kEmptyBucket = 0;
+constexpr uint64_t kTombstone = 1;
+inline constexpr uint64_t makeBucketWord(uint64_t slot, uint32_t sizeClass, uint32_t hash) {
+  return (slot >> 3) | (uint64_t{sizeClass & 0xff} << 40) | (uint64_t{hash >> 16} << 48);
+}
+inline constexpr uint64_t bucketSlot(uint64_t w) { return (w & ((uint64_t{1} << 40) - 1)) << 3; }
+inline constexpr uint32_t bucketClass(uint64_t w) { return static_cast<uint32_t>(w >> 40) & 0xff; }
+inline constexpr bool bucketLive(uint64_t w) { return w > kTombstone; }
+inline constexpr bool bucketTagMatches(uint64_t w, uint32_t hash) {
+  return static_cast<uint32_t>(w >> 48) == (hash >> 16);
+}
+inline uint64_t keyPrefixOf(void const* key, uint32_t keySize) {
+  uint64_t p = 0;
+  __builtin_memcpy(&p, key, keySize < 8 ? keySize : 8);
+  return p;
+}
 
 // The payload of an index slot.
 struct IndexHeader {

@@ -31,6 +31,7 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
     }
     keySize_ = h.keySize;
     payloadOffset_ = slotPayloadOffset(keySize_);
+    classes_ = SizeClasses(slotBytesFor(h.keySize, h.fixedPayload ? h.fixedPayload : h.maxPayload));
     map_.map(fd_, paths_.table, fileSize(fd_, paths_.table), false);
     lockFd_ = openExistingFile(paths_.lock, true);
     if (options_.notifications) {
@@ -70,7 +71,7 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
       // Caught up by construction: sleep until the writer has news, and
       // make the fd readable if news came while we were starting.
       registry_.asleepIs(slot_, true);
-      std::atomic_thread_fence(std::memory_order_seq_cst);
+      readerSleepFence();
       if (pending()) selfWake();
     }
   } catch (...) {
@@ -114,6 +115,10 @@ void Reader::backoff(int attempt) {
   }
 }
 
+Error Reader::corruptAt(uint64_t off, const char* what) const {
+  return Error(fmt::format("{} is corrupt at offset {}: {}", paths_.table, off, what), EINVAL);
+}
+
 int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut, uint64_t* seqOut) const {
   uint64_t index = loadAcquire(header()->indexOffset);
   if (!mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) return kRetry;
@@ -121,14 +126,22 @@ int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut, uint64_t* s
       loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
   uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
   if (cap == 0 || (cap & (cap - 1)) != 0 || !mapped(base + cap * sizeof(Bucket))) return kRetry;
+  uint64_t prefix = keyPrefixOf(key, keySize_);
   for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
-    auto const* b = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
-    uint64_t s = loadAcquire(b->slot);
-    if (s == kEmptyBucket) break;
-    if (s == kTombstone || loadRelaxed(b->hash) != hash) continue;
-    if (s % 8 != 0 || !mapped(s + sizeof(SlotHeader))) return kRetry;
+    Bucket const* bp = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
+    uint64_t b = loadAcquire(bp->word);
+    if (b == kEmptyBucket) break;
+    if (!bucketLive(b) || !bucketTagMatches(b, hash) || loadRelaxed(bp->keyPrefix) != prefix) {
+      continue;
+    }
+    uint64_t s = bucketSlot(b);
+    uint32_t cls = bucketClass(b);
+    uint64_t size = cls < classes_.count() ? classes_.size(cls) : sizeof(SlotHeader);
+    if (!mapped(s + size)) return kRetry;
+    // Ask for the whole record now: its lines arrive while the header is read.
+    for (uint64_t line = 0; line < size; line += 64) __builtin_prefetch(at(s) + line);
     SlotHeader const* sh = slotAt(s);
-    uint64_t seq = loadAcquire(sh->seq);
+    uint32_t seq = loadAcquire(sh->seq);
     if ((seq & 1) || loadRelaxed(sh->state) != kSlotLive ||
         !mapped(s + loadRelaxed(sh->slotSize))) {
       return kRetry;
@@ -143,7 +156,7 @@ int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut, uint64_t* s
     }
     // The slot holds another key. If the bucket moved on meanwhile, the slot
     // may have been reused and our key may sit in the bucket's new slot.
-    if (loadAcquire(b->slot) != s) return kRetry;
+    if (loadAcquire(bp->word) != b) return kRetry;
   }
   // A rehash while we probed the old index may hide a present key.
   return loadAcquire(header()->indexOffset) == index ? kAbsent : kRetry;
@@ -274,7 +287,7 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
     uint64_t head = loadAcquire(header()->queueHead);
     if (head == pos_) {
       registry_.asleepIs(slot_, true);
-      std::atomic_thread_fence(std::memory_order_seq_cst);
+      readerSleepFence();
       if (loadAcquire(header()->queueHead) == pos_ &&
           loadAcquire(header()->writerEpoch) == epoch_ &&
           (loadAcquire(header()->quiesced) != 0) == quiesced_) {

@@ -72,7 +72,10 @@ class Reader {
         uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
         fn(at(slot) + payloadOffset_, len);
         std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(s->seq) == seq) return true;
+        if (loadRelaxed(s->seq) == seq) {
+          lastSlot_ = slot;
+          return true;
+        }
       }
       backoff(attempt);
     }
@@ -81,26 +84,40 @@ class Reader {
   // Copies the record of `key` into `out`; false when absent.
   bool readCopy(void const* key, uint32_t hash, std::vector<char>& out) const;
 
-  // Every live record, in index order, as a stable copy:
+  // Every live record, in the order of the file, as a stable copy:
   // fn(void const* key, char const* rec, uint32_t len, uint64_t version).
-  // Every key present throughout the scan is seen; a key may be seen twice
-  // when the writer rehashed during the scan.
+  // A key left alone during the scan is seen exactly once. A key written
+  // during the scan may be seen with its old record, its new one, both, or
+  // (when its new record lands behind the scan) neither; its notification
+  // follows either way, so a view built from a scan and the notifications
+  // published since just before it is complete.
   template <typename Fn>
   void forEach(Fn&& fn) const {
     std::vector<char> buf;
     std::vector<char> key(keySize_);
-    scan([&](uint64_t slot, uint64_t seq) {
-      SlotHeader const* s = slotAt(slot);
-      uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
-      buf.resize(len);
-      std::memcpy(key.data(), at(slot) + slotKeyOffset(), keySize_);
-      std::memcpy(buf.data(), at(slot) + payloadOffset_, len);
-      uint64_t version = loadRelaxed(s->version);
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (loadRelaxed(s->seq) != seq) return false;
-      fn(static_cast<void const*>(key.data()), buf.data(), len, version);
-      return true;
-    });
+    uint64_t off = header()->heapOffset;
+    uint64_t end = loadAcquire(header()->heapEnd);
+    if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
+    while (off < end) {
+      SlotHeader const* s = slotAt(off);
+      uint32_t size = loadRelaxed(s->slotSize);
+      if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
+        throw corruptAt(off, "slot size");
+      }
+      uint32_t seq = loadAcquire(s->seq);
+      if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
+        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+        buf.resize(len);
+        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
+        std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+        uint64_t version = loadRelaxed(s->version);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (loadRelaxed(s->seq) == seq) {
+          fn(static_cast<void const*>(key.data()), buf.data(), len, version);
+        }
+      }
+      off += size;
+    }
   }
 
   uint64_t count() const { return loadAcquire(header()->liveCount); }
@@ -130,6 +147,10 @@ class Reader {
   // For tests: the read-only mapping of the table.
   char const* mappingBase() const { return map_.base(); }
 
+  // The file offset of the slot the last successful read() used; corruption
+  // reports name it.
+  uint64_t lastSlot() const { return lastSlot_; }
+
   uint64_t overflows() const { return overflows_; }
   uint64_t resyncs() const { return resyncs_; }
 
@@ -148,10 +169,7 @@ class Reader {
   // `end` lies beyond the file.
   bool mapped(uint64_t end) const;
   int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
-  // Calls visit(slot, seq) for each live slot of the current index; visit
-  // returns false when the slot changed under it (the bucket is re-read).
-  template <typename Visit>
-  void scan(Visit&& visit) const;
+  Error corruptAt(uint64_t off, const char* what) const;
   static void backoff(int attempt);
 
   void resync(Handler& handler, bool overflow);
@@ -162,6 +180,7 @@ class Reader {
   TablePaths paths_;
   uint32_t keySize_ = 0;
   uint32_t payloadOffset_ = 0;
+  SizeClasses classes_{64};
   Options options_;
   int fd_ = -1;
   int lockFd_ = -1;
@@ -175,51 +194,9 @@ class Reader {
   bool quiesced_ = false;
   uint64_t overflows_ = 0;
   uint64_t resyncs_ = 0;
+  mutable uint64_t lastSlot_ = 0;
   std::unordered_map<std::string, uint64_t> index_;
   std::vector<char> batch_;
 };
-
-template <typename Visit>
-void Reader::scan(Visit&& visit) const {
-  for (int attempt = 0;; ++attempt) {
-    uint64_t index = loadAcquire(header()->indexOffset);
-    if (!mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
-      backoff(attempt);
-      continue;
-    }
-    auto const* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
-    uint64_t cap = loadRelaxed(ih->capacity);
-    uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
-    if (!mapped(base + cap * sizeof(Bucket))) {
-      backoff(attempt);
-      continue;
-    }
-    bool restarted = false;
-    for (uint64_t i = 0; i < cap && !restarted; ++i) {
-      for (int tries = 0;; ++tries) {
-        auto const* b = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
-        uint64_t s = loadAcquire(b->slot);
-        if (s < 2) break;
-        if (!mapped(s + sizeof(SlotHeader))) {
-          backoff(tries);
-          continue;
-        }
-        uint64_t seq = loadAcquire(slotAt(s)->seq);
-        if ((seq & 1) == 0 && loadRelaxed(slotAt(s)->state) == kSlotLive &&
-            mapped(s + loadRelaxed(slotAt(s)->slotSize)) && visit(s, seq)) {
-          break;
-        }
-        if (loadAcquire(header()->indexOffset) != index) {
-          // The writer rehashed; its old index no longer follows the table.
-          restarted = true;
-          break;
-        }
-        backoff(tries);
-      }
-      base = index + sizeof(SlotHeader) + sizeof(IndexHeader);  // the mapping may have moved
-    }
-    if (!restarted) return;
-  }
-}
 
 }  // namespace Tamsel

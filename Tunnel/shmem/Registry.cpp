@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstring>
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -68,6 +70,25 @@ uint64_t ReaderRegistry::takeSleepers(uint32_t word) {
   std::atomic_ref<uint64_t> w(header()->asleepMask[word]);
   if (w.load(std::memory_order_seq_cst) == 0) return 0;
   return w.exchange(0, std::memory_order_seq_cst);
+}
+
+bool registerAsymmetricWriter() {
+  return ::syscall(__NR_membarrier, MEMBARRIER_CMD_REGISTER_GLOBAL_EXPEDITED, 0, 0) == 0;
+}
+
+void writerPublishFence(bool asymmetric) {
+  if (asymmetric) {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+  } else {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+  }
+}
+
+void readerSleepFence() {
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  // Every registered writer that is running executes a full barrier before
+  // this returns, so its last publication is visible to the re-check.
+  (void)::syscall(__NR_membarrier, MEMBARRIER_CMD_GLOBAL_EXPEDITED, 0, 0);
 }
 
 sockaddr_un wakeAddress(uint64_t wakeId, socklen_t* len) {

@@ -42,6 +42,16 @@ class ReaderRegistry {
   Mapping map_;
 };
 
+// The writer's side of sleeping and waking: after publishing, the writer
+// checks which readers sleep. A reader announces sleep, then re-reads the
+// queue head. The two orderings meet through an asymmetric barrier: a writer
+// registered for expedited barriers needs only a compiler barrier; the rarely
+// sleeping reader pays for a process-wide barrier instead. Without kernel
+// support the writer falls back to a full fence of its own.
+bool registerAsymmetricWriter();
+void writerPublishFence(bool asymmetric);
+void readerSleepFence();
+
 // The abstract-namespace address of a reader's wake-up socket.
 sockaddr_un wakeAddress(uint64_t wakeId, socklen_t* len);
 

@@ -175,10 +175,14 @@ void Mapping::remap(uint64_t size) {
     throw Error(fmt::format("{} grew to {} bytes, beyond the {} reserved", path_, size, reserved_),
                 EFBIG);
   }
-  // Mapping the whole file again over the same range replaces the old pages
-  // in one step, at the same addresses.
-  void* p = ::mmap(base_, size, writable_ ? PROT_READ | PROT_WRITE : PROT_READ,
-                   MAP_SHARED | MAP_FIXED, fd_, 0);
+  // Only the new tail is mapped, so pages already mapped keep their entries.
+  // A reader's tail is populated up front: readers touch records at random,
+  // and a fault per first touch costs more than the record access itself. A
+  // writer's pages fault once, when it first fills them.
+  uint64_t from = size_ % 4096 == 0 ? size_ : 0;
+  int flags = MAP_SHARED | MAP_FIXED | (writable_ ? 0 : MAP_POPULATE);
+  void* p = ::mmap(base_ + from, size - from, writable_ ? PROT_READ | PROT_WRITE : PROT_READ, flags,
+                   fd_, static_cast<off_t>(from));
   if (p == MAP_FAILED) {
     int err = errno;
     throw Error(fmt::format("cannot map {} to {} bytes: {}", path_, size, errnoText(err)), err);

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#include <fmt/format.h>
+
+#include "Tunnel/framework/Range.h"
+
 namespace Tamsel {
 
 TablePaths::TablePaths(std::string const& d, std::string const& collection)
@@ -22,6 +26,21 @@ SizeClasses::SizeClasses(uint32_t maxSlot) {
 uint32_t SizeClasses::classOf(uint32_t bytes) const {
   auto it = std::lower_bound(sizes_.begin(), sizes_.end(), bytes);
   return static_cast<uint32_t>(it - sizes_.begin());  // count() when too large
+}
+
+void checkPayload(TableSpec const& spec, uint32_t len) {
+  std::string const& name = spec.allocatorName.empty() ? spec.typeName : spec.allocatorName;
+  if (spec.fixedPayload && len != spec.fixedPayload) {
+    Zent::throwRangeException(
+        fmt::format("{}::alloc() requested payloadSize:{}, but fixed "
+                    "payloadSize:{}",
+                    name, len, spec.fixedPayload));
+  }
+  if (len > spec.maxPayload && !spec.fixedPayload) {
+    Zent::throwRangeException(
+        fmt::format("{}::alloc() requested payloadSize:{}, but max payloadSize:{}", name, len,
+                    spec.maxPayload));
+  }
 }
 
 }  // namespace Tamsel

@@ -43,6 +43,10 @@ class SizeClasses {
   std::vector<uint32_t> sizes_;
 };
 
+// Refuses a record the table's allocator cannot take, with the allocator's
+// message (Zent::RangeException), before anything is written.
+void checkPayload(TableSpec const& spec, uint32_t len);
+
 inline uint32_t slotBytesFor(uint32_t keySize, uint32_t payload) {
   return slotPayloadOffset(keySize) + roundUp8(payload);
 }

@@ -58,6 +58,12 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableSpec 
         existing.magic == kMagic;
     payloadOffset_ = slotPayloadOffset(spec_.keySize);
     classes_ = SizeClasses(slotBytesFor(spec_.keySize, spec_.maxPayload));
+    if (classes_.count() > 255) {
+      throw Error(fmt::format("{}: records up to {} bytes need more size classes than an index "
+                              "bucket can name",
+                              paths_.table, spec_.maxPayload),
+                  EINVAL);
+    }
     free_.assign(classes_.count(), {});
     if (valid) {
       attach(spec_);
@@ -70,6 +76,7 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableSpec 
       int err = errno;
       throw Error(fmt::format("cannot create wake-up socket: {}", errnoText(err)), err);
     }
+    asymmetricFence_ = registerAsymmetricWriter();
     storeRelease(header()->writerPid, static_cast<uint32_t>(::getpid()));
   } catch (...) {
     map_.unmap();
@@ -161,10 +168,10 @@ void Writer::recover() {
   }
   tombstones_ = 0;
   for (uint64_t i = 0; i < cap; ++i) {
-    uint64_t s = buckets[i].slot;
-    if (s == kTombstone) ++tombstones_;
-    if (s < 2) continue;
-    if (s < heapOffset || s >= heapEnd || s % 8 != 0) throw corrupt(s, "bucket points outside");
+    if (buckets[i].word == kTombstone) ++tombstones_;
+    if (!bucketLive(buckets[i].word)) continue;
+    uint64_t s = bucketSlot(buckets[i].word);
+    if (s < heapOffset || s >= heapEnd) throw corrupt(s, "bucket points outside");
     uint64_t bit = (s - heapOffset) / 8;
     referenced[bit / 64] |= uint64_t{1} << (bit % 64);
   }
@@ -183,7 +190,7 @@ void Writer::recover() {
       if (s->seq & 1) storeRelease(s->seq, s->seq + 1);
       s->state = kSlotLive;
       ++live;
-      bytes += s->payloadLen;
+      bytes += s->slotSize;
       version_ = std::max(version_, s->version);
     } else if (s->state != kSlotFree || (s->seq & 1)) {
       // Left by a write or a free that the previous writer did not finish.
@@ -237,78 +244,65 @@ uint64_t Writer::allocSlot(uint32_t cls) {
   return carve(classes_.size(cls));
 }
 
-void Writer::freeSlot(uint64_t off) {
-  SlotHeader* s = slotAt(off);
-  storeRelaxed(s->state, uint16_t{kSlotFree});
-  // Readers holding this offset see the sequence move and retry.
-  storeRelease(s->seq, s->seq + 2);
-  free_[classes_.classOf(s->slotSize)].push_back(off);
+void Writer::freeSlot(uint64_t off, uint32_t cls) {
+  // A store only: the slot's line need not be read here, and a reader that
+  // copies it meanwhile still sees an intact record.
+  storeRelease(slotAt(off)->state, uint16_t{kSlotFree});
+  free_[cls].push_back(off);
 }
 
-uint64_t Writer::beginWrite(void const* key, uint32_t len) {
-  if (spec_.fixedPayload && len != spec_.fixedPayload) {
-    Zent::throwRangeException(
-        fmt::format("{}::alloc() requested payloadSize:{}, but fixed "
-                    "payloadSize:{}",
-                    spec_.allocatorName, len, spec_.fixedPayload));
-  }
-  if (len > spec_.maxPayload) {
-    Zent::throwRangeException(
-        fmt::format("{}::alloc() requested payloadSize:{}, but max "
-                    "payloadSize:{}",
-                    spec_.allocatorName, len, spec_.maxPayload));
-  }
+uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
+  checkPayload(spec_, len);
   uint64_t off = allocSlot(classes_.classOf(slotBytesFor(spec_.keySize, len)));
   SlotHeader* s = slotAt(off);
   storeRelaxed(s->seq, s->seq + 1);
   std::atomic_thread_fence(std::memory_order_release);
   s->payloadLen = len;
+  s->hash = hash;
   s->version = ++version_;
   std::memcpy(at(off) + slotKeyOffset(), key, spec_.keySize);
   return off;
 }
 
 void Writer::commitWrite(void const* key, uint32_t hash, uint64_t slot) {
-  {
-    SlotHeader* s = slotAt(slot);
-    s->state = kSlotLive;
-    storeRelease(s->seq, s->seq + 1);
-  }
+  SlotHeader* s = slotAt(slot);
+  s->state = kSlotLive;
+  storeRelease(s->seq, s->seq + 1);
+  uint32_t cls = classes_.classOf(s->slotSize);
   uint64_t bucket = findBucket(key, hash);
   uint64_t old = 0;
   if (bucket == 0) {
     maybeGrowIndex();
-    bucket = insertBucket(hash);
+    bucket = insertBucket(key, hash);
   } else {
-    old = bucketAt(bucket)->slot;
+    old = bucketAt(bucket)->word;
   }
   uint64_t pos = header()->queueHead;
-  uint32_t len = slotAt(slot)->payloadLen;
   publishNotification(key, hash);
-  storeRelease(bucketAt(bucket)->slot, slot);
+  storeRelease(bucketAt(bucket)->word, makeBucketWord(slot, cls, hash));
   FileHeader* h = header();
   if (old) {
-    storeRelaxed(h->liveBytes, h->liveBytes - slotAt(old)->payloadLen + len);
+    storeRelaxed(h->liveBytes, h->liveBytes - classes_.size(bucketClass(old)) + classes_.size(cls));
   } else {
     storeRelaxed(h->liveCount, h->liveCount + 1);
-    storeRelaxed(h->liveBytes, h->liveBytes + len);
+    storeRelaxed(h->liveBytes, h->liveBytes + classes_.size(cls));
   }
   storeRelease(h->queueHead, pos + 1);
-  if (old) freeSlot(old);
+  if (old) freeSlot(bucketSlot(old), bucketClass(old));
   wakeSleepers();
 }
 
 void Writer::commitRemove(void const* key, uint32_t hash, uint64_t bucket) {
   uint64_t pos = header()->queueHead;
-  uint64_t old = bucketAt(bucket)->slot;
+  uint64_t old = bucketAt(bucket)->word;
   publishNotification(key, hash);
-  storeRelease(bucketAt(bucket)->slot, kTombstone);
+  storeRelease(bucketAt(bucket)->word, kTombstone);
   ++tombstones_;
   FileHeader* h = header();
   storeRelaxed(h->liveCount, h->liveCount - 1);
-  storeRelaxed(h->liveBytes, h->liveBytes - slotAt(old)->payloadLen);
+  storeRelaxed(h->liveBytes, h->liveBytes - classes_.size(bucketClass(old)));
   storeRelease(h->queueHead, pos + 1);
-  freeSlot(old);
+  freeSlot(bucketSlot(old), bucketClass(old));
   wakeSleepers();
 }
 
@@ -323,9 +317,9 @@ void Writer::publishNotification(void const* key, uint32_t hash) {
 }
 
 void Writer::wakeSleepers() {
-  // Pairs with the reader's fence between announcing sleep and re-reading
+  // Pairs with the reader's barrier between announcing sleep and re-reading
   // the queue head: either it sees our entry or we see its bit.
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  writerPublishFence(asymmetricFence_);
   for (uint32_t w = 0; w < kMaxReaders / 64; ++w) {
     uint64_t mask = registry_.takeSleepers(w);
     while (mask) {
@@ -347,40 +341,52 @@ void Writer::quiescedIs(bool q) {
   wakeSleepers();
 }
 
+uint64_t Writer::bucketBase() const {
+  return header()->indexOffset + sizeof(SlotHeader) + sizeof(IndexHeader);
+}
+
+uint64_t Writer::indexCapacity() const {
+  return reinterpret_cast<IndexHeader const*>(at(header()->indexOffset + sizeof(SlotHeader)))
+      ->capacity;
+}
+
+void Writer::prefetchBucket(uint32_t hash) const {
+  __builtin_prefetch(at(bucketBase() + (hash & (indexCapacity() - 1)) * sizeof(Bucket)));
+}
+
 uint64_t Writer::findBucket(void const* key, uint32_t hash) const {
-  uint64_t index = header()->indexOffset;
-  auto* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
-  uint64_t cap = ih->capacity;
-  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+  uint64_t cap = indexCapacity();
+  uint64_t base = bucketBase();
+  uint64_t prefix = keyPrefixOf(key, spec_.keySize);
+  bool prefixIsKey = spec_.keySize <= 8;
   for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
     Bucket const* b = bucketAt(base + i * sizeof(Bucket));
-    if (b->slot == kEmptyBucket) return 0;
-    if (b->slot != kTombstone && b->hash == hash &&
-        std::memcmp(at(b->slot) + slotKeyOffset(), key, spec_.keySize) == 0) {
+    if (b->word == kEmptyBucket) return 0;
+    if (bucketLive(b->word) && bucketTagMatches(b->word, hash) && b->keyPrefix == prefix &&
+        (prefixIsKey ||
+         std::memcmp(at(bucketSlot(b->word)) + slotKeyOffset(), key, spec_.keySize) == 0)) {
       return base + i * sizeof(Bucket);
     }
   }
   return 0;
 }
 
-uint64_t Writer::insertBucket(uint32_t hash) {
-  uint64_t index = header()->indexOffset;
-  auto* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
-  uint64_t cap = ih->capacity;
-  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+uint64_t Writer::insertBucket(void const* key, uint32_t hash) {
+  uint64_t cap = indexCapacity();
+  uint64_t base = bucketBase();
   for (uint64_t i = hash & (cap - 1);; i = (i + 1) & (cap - 1)) {
     Bucket* b = bucketAt(base + i * sizeof(Bucket));
-    if (b->slot == kEmptyBucket || b->slot == kTombstone) {
-      if (b->slot == kTombstone) --tombstones_;
-      storeRelaxed(b->hash, hash);
+    if (!bucketLive(b->word)) {
+      if (b->word == kTombstone) --tombstones_;
+      // The key goes in before the word that makes the bucket live.
+      storeRelaxed(b->keyPrefix, keyPrefixOf(key, spec_.keySize));
       return base + i * sizeof(Bucket);
     }
   }
 }
 
 void Writer::maybeGrowIndex() {
-  uint64_t index = header()->indexOffset;
-  uint64_t cap = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity;
+  uint64_t cap = indexCapacity();
   uint64_t live = header()->liveCount;
   if ((live + tombstones_ + 1) * 2 <= cap) return;
   uint64_t want = kMinIndexCapacity;
@@ -402,9 +408,10 @@ void Writer::buildIndex(uint64_t capacity) {
     auto const* oh = reinterpret_cast<IndexHeader const*>(at(old + sizeof(SlotHeader)));
     auto const* ob = reinterpret_cast<Bucket const*>(oh + 1);
     for (uint64_t i = 0; i < oh->capacity; ++i) {
-      if (ob[i].slot < 2) continue;
-      for (uint64_t j = ob[i].hash & (capacity - 1);; j = (j + 1) & (capacity - 1)) {
-        if (buckets[j].slot == kEmptyBucket) {
+      if (!bucketLive(ob[i].word)) continue;
+      uint32_t hash = slotAt(bucketSlot(ob[i].word))->hash;
+      for (uint64_t j = hash & (capacity - 1);; j = (j + 1) & (capacity - 1)) {
+        if (buckets[j].word == kEmptyBucket) {
           buckets[j] = ob[i];
           break;
         }
@@ -420,7 +427,7 @@ void Writer::buildIndex(uint64_t capacity) {
 bool Writer::find(void const* key, uint32_t hash, char const** rec, uint32_t* len) const {
   uint64_t b = findBucket(key, hash);
   if (b == 0) return false;
-  uint64_t slot = bucketAt(b)->slot;
+  uint64_t slot = bucketSlot(bucketAt(b)->word);
   *rec = at(slot) + payloadOffset_;
   *len = slotAt(slot)->payloadLen;
   return true;
@@ -428,7 +435,7 @@ bool Writer::find(void const* key, uint32_t hash, char const** rec, uint32_t* le
 
 uint64_t Writer::slotOffset(void const* key, uint32_t hash) const {
   uint64_t b = findBucket(key, hash);
-  return b ? bucketAt(b)->slot : 0;
+  return b ? bucketSlot(bucketAt(b)->word) : 0;
 }
 
 }  // namespace Tamsel

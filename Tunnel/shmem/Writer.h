@@ -39,7 +39,8 @@ class Writer {
   // system (Error) is refused before anything changes.
   template <typename Fill>
   void write(void const* key, uint32_t hash, uint32_t len, Fill&& fill) {
-    uint64_t slot = beginWrite(key, len);
+    prefetchBucket(hash);  // the index miss overlaps with filling the record
+    uint64_t slot = beginWrite(key, hash, len);
     fill(at(slot) + payloadOffset_);
     commitWrite(key, hash, slot);
   }
@@ -50,7 +51,7 @@ class Writer {
   bool remove(void const* key, uint32_t hash, Old&& old) {
     uint64_t bucket = findBucket(key, hash);
     if (bucket == 0) return false;
-    uint64_t slot = bucketAt(bucket)->slot;
+    uint64_t slot = bucketSlot(bucketAt(bucket)->word);
     auto const* h = slotAt(slot);
     old(at(slot) + payloadOffset_, h->payloadLen);
     commitRemove(key, hash, bucket);
@@ -98,19 +99,22 @@ class Writer {
   void attach(TableSpec const& spec);
   void recover();
 
-  uint64_t beginWrite(void const* key, uint32_t len);
+  uint64_t beginWrite(void const* key, uint32_t hash, uint32_t len);
+  void prefetchBucket(uint32_t hash) const;
   void commitWrite(void const* key, uint32_t hash, uint64_t slot);
   void commitRemove(void const* key, uint32_t hash, uint64_t bucket);
 
   uint64_t allocSlot(uint32_t cls);
-  void freeSlot(uint64_t slot);
+  void freeSlot(uint64_t slot, uint32_t sizeClass);
   uint64_t carve(uint64_t bytes);
   void grow(uint64_t needEnd);
 
   // Offset of the bucket holding `key`, 0 when absent.
   uint64_t findBucket(void const* key, uint32_t hash) const;
-  // The bucket to insert `key` into (an empty bucket or a tombstone).
-  uint64_t insertBucket(uint32_t hash);
+  // The bucket to insert a key of `hash` into (an empty bucket or a tombstone).
+  uint64_t insertBucket(void const* key, uint32_t hash);
+  uint64_t bucketBase() const;
+  uint64_t indexCapacity() const;
   void maybeGrowIndex();
   void buildIndex(uint64_t capacity);
 
@@ -131,6 +135,7 @@ class Writer {
   bool recovered_ = false;
   ReaderRegistry registry_;
   int wakeSocket_ = -1;
+  bool asymmetricFence_ = false;
 };
 
 }  // namespace Tamsel

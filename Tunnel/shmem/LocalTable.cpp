@@ -1,0 +1,13 @@
+#include "Tunnel/shmem/LocalTable.h"
+
+namespace Tamsel {
+
+void LocalTable::checkLen(uint32_t len) const { checkPayload(spec_, len); }
+
+uint64_t LocalTable::liveBytes() const {
+  uint64_t n = 0;
+  for (auto const& [k, r] : records_) n += r.size();
+  return n;
+}
+
+}  // namespace Tamsel

@@ -1,0 +1,134 @@
+#include "Tunnel/shmem/TamselMapCore.h"
+
+#include <fmt/format.h>
+
+#include "Tunnel/shmem/MountRegistry.h"
+
+namespace ZentTamsel {
+
+class TamselMapCore::Relay : public Tamsel::Reader::Handler {
+ public:
+  explicit Relay(TamselMapCore& m) : map_(m) {}
+  void keyChanged(void const* key) override {
+    if (map_.perKey_) map_.perKey_(key);
+  }
+  void resynchronised(bool) override {}
+  void quiescedChanged(bool q) override {
+    if (map_.quiesced_) map_.quiesced_(q);
+  }
+
+ private:
+  TamselMapCore& map_;
+};
+
+TamselMapCore::TamselMapCore(Tamsel::TableSpec spec) : spec_(std::move(spec)) {}
+
+TamselMapCore::~TamselMapCore() { unmount(); }
+
+void TamselMapCore::entity(std::string const& name, Zent::Entity* owner, KeyCallback perKey,
+                           TableCallback wholeTable, QuiescedCallback quiesced) {
+  if (initialized_) {
+    fmtrace(5, "name:{} already initialized", name);
+    return;
+  }
+  name_ = name;
+  owner_ = owner;
+  perKey_ = std::move(perKey);
+  wholeTable_ = std::move(wholeTable);
+  quiesced_ = std::move(quiesced);
+  initialized_ = true;
+  fmtrace(5, "creating local TamselWriter {}", name);
+  local_ = std::make_unique<Tamsel::LocalTable>(spec_);
+  mode_ = MountType::writer;
+  status_ = MountStatus::localWriter;
+}
+
+void TamselMapCore::mount(std::string const& dir, std::string const& collection, MountType mode,
+                          Tamsel::FilePermissions const& perms) {
+  fmassert(initialized_, "mount not allowed at this time, initialized:{} keyNotifications:{}",
+           initialized_, keyNotifications());
+  std::unique_ptr<Tamsel::Writer> w;
+  std::unique_ptr<Tamsel::Reader> r;
+  if (mode == MountType::writer) {
+    w = std::make_unique<Tamsel::Writer>(dir, collection, spec_, perms);
+  } else {
+    Tamsel::Reader::Options o;
+    o.keyIndex = mode != MountType::reader;
+    r = std::make_unique<Tamsel::Reader>(dir, collection, spec_.keySize, o);
+  }
+  unmount();
+  local_.reset();
+  writer_ = std::move(w);
+  reader_ = std::move(r);
+  if (reader_) {
+    relay_ = std::make_unique<Relay>(*this);
+    MountRegistry::instance().readerIs(this, true);
+  }
+  mode_ = mode;
+  dir_ = dir;
+  status_ = MountStatus::mounted;
+  if (wholeTable_) wholeTable_();
+}
+
+void TamselMapCore::unmount() {
+  if (reader_) MountRegistry::instance().readerIs(this, false);
+  bool was = writer_ || reader_;
+  writer_.reset();
+  reader_.reset();
+  relay_.reset();
+  if (was) {
+    status_ = MountStatus::unmounted;
+    if (wholeTable_) wholeTable_();
+  }
+}
+
+void TamselMapCore::orphan() {
+  fmtrace(5, "{} is now an orphan", name_);
+  unmount();
+}
+
+bool TamselMapCore::quiesced() const {
+  if (writer_) return writer_->quiesced();
+  if (reader_) return reader_->quiesced();
+  return false;
+}
+
+void TamselMapCore::quiescedIs(bool q) {
+  requireWritable("quiescedIs");
+  if (writer_) writer_->quiescedIs(q);
+}
+
+uint64_t TamselMapCore::size() const {
+  if (local_) return local_->count();
+  if (writer_) return writer_->count();
+  if (reader_) return reader_->count();
+  return 0;
+}
+
+size_t TamselMapCore::dispatch(size_t max) {
+  if (!reader_) return 0;
+  return reader_->dispatch(*relay_, max);
+}
+
+std::string TamselMapCore::corruptionMessage(uint64_t offset, char const* rec, uint32_t len) const {
+  std::string hex;
+  uint32_t shown = std::min<uint32_t>(len, 64);
+  hex.reserve(shown * 2 + 3);
+  for (uint32_t i = 0; i < shown; ++i) {
+    fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<uint8_t>(rec[i]));
+  }
+  if (shown < len) hex += "...";
+  return fmt::format("{} Corrupted serialized value detected at offset: {}, contents: {}", name_,
+                     offset, hex);
+}
+
+void TamselMapCore::doCorruptionDetected(std::string const& message) {
+  ++corruptions_;
+  if (corruptionHandler_) {
+    corruptionHandler_(message);
+  } else {
+    fmtrace(0, "{}", message);
+  }
+}
+
+}  // namespace ZentTamsel

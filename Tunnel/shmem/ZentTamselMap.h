@@ -1,0 +1,234 @@
+#pragma once
+// The typed binding of one keyed collection to a shared-memory table: values
+// go in and out through a marshaller (the value type's own record form, or a
+// plain copy for fixed-size values), keys are the value's key as raw bytes.
+// Tables embed one per collection and build their mutators on it.
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "Tunnel/shmem/TamselMapCore.h"
+
+namespace ZentTamsel {
+
+// Variable-length values: the value type's serialize / serializeLen /
+// deserialize / deserializeLen.
+template <typename V>
+struct CustomMarshaller {
+  static uint32_t len(V const& v) { return static_cast<uint32_t>(v.serializeLen()); }
+  static void write(V const& v, char* dst) { v.serialize(dst); }
+  static bool valid(char const* src, uint32_t len) { return probe().deserializeLen(src, len) != 0; }
+  static void read(V& v, char const* src, uint32_t len) { v.deserialize(src, len); }
+
+ private:
+  // deserializeLen reads only the buffer; one instance serves every call.
+  static V const& probe() {
+    static V const* p = new V();
+    return *p;
+  }
+};
+
+// Fixed-size plain values: a raw copy.
+template <typename V>
+struct FixedMarshaller {
+  static_assert(std::is_trivially_copyable_v<V>);
+  static uint32_t len(V const&) { return sizeof(V); }
+  static void write(V const& v, char* dst) { std::memcpy(dst, &v, sizeof(V)); }
+  static bool valid(char const*, uint32_t len) { return len == sizeof(V); }
+  static void read(V& v, char const* src, uint32_t) { std::memcpy(&v, src, sizeof(V)); }
+};
+
+template <typename Key, typename Value, typename KeyOf,
+          typename Marshaller = CustomMarshaller<Value>>
+class ZentTamselMap {
+  static_assert(std::is_trivially_copyable_v<Key>, "keys are stored as raw bytes");
+
+ public:
+  using KeyType = Key;
+  using ValueType = Value;
+
+  // `spec` gives the type and allocator names and the bound; the key size is
+  // the key type's.
+  explicit ZentTamselMap(Tamsel::TableSpec spec) : core_(withKey(std::move(spec))) {}
+
+  TamselMapCore& core() { return core_; }
+  TamselMapCore const& core() const { return core_; }
+
+  void entity(std::string const& name, Zent::Entity* owner, std::function<void(Key const&)> perKey,
+              TamselMapCore::TableCallback wholeTable, TamselMapCore::QuiescedCallback quiesced) {
+    core_.entity(
+        name, owner,
+        [perKey = std::move(perKey)](void const* bytes) {
+          Key k;
+          std::memcpy(static_cast<void*>(&k), bytes, sizeof(Key));
+          if (perKey) perKey(k);
+        },
+        std::move(wholeTable), std::move(quiesced));
+  }
+
+  // Writes or replaces the record under the value's key.
+  void safeWrite(Value const& v) {
+    core_.requireWritable("safeWrite");
+    put(v);
+  }
+  // Publishes a value that its writer changed in place.
+  void directCommit(Value const& v) {
+    core_.requireWritable("directCommit");
+    put(v);
+  }
+
+  // Removes the record of `k`; `old` receives it. A stored record that does
+  // not decode throws CorruptionException before anything is removed.
+  bool safeRemove(Key const& k, Value* old = nullptr) {
+    core_.requireWritable("safeRemove");
+    bool bad = false;
+    uint64_t offset = 0;
+    std::string message;
+    auto take = [&](char const* rec, uint32_t len) {
+      if (!Marshaller::valid(rec, len)) {
+        bad = true;
+        message = core_.corruptionMessage(offset, rec, len);
+        return;
+      }
+      if (old) Marshaller::read(*old, rec, len);
+    };
+    if (auto* w = core_.writer()) {
+      offset = w->slotOffset(&k, k.hash());
+      if (!offset) return false;
+      char const* rec;
+      uint32_t len;
+      w->find(&k, k.hash(), &rec, &len);
+      take(rec, len);
+      if (bad) throw CorruptionException(message);
+      return w->remove(&k, k.hash(), [](char const*, uint32_t) {});
+    }
+    auto* l = core_.local();
+    char const* rec;
+    uint32_t len;
+    if (!l->find(&k, k.hash(), &rec, &len)) return false;
+    take(rec, len);
+    if (bad) throw CorruptionException(message);
+    return l->remove(&k, k.hash(), [](char const*, uint32_t) {});
+  }
+
+  // The value of `k` into `out`; false when absent. A record that does not
+  // decode is reported to the corruption handler and treated as absent.
+  bool lookup(Key const& k, Value& out) const {
+    core_.requireReadable("lookup");
+    if (auto* r = core_.reader()) {
+      thread_local std::vector<char> buf;
+      if (!r->read(&k, k.hash(), [&](char const* rec, uint32_t len) {
+            buf.resize(len);
+            std::memcpy(buf.data(), rec, len);
+          })) {
+        return false;
+      }
+      return decode(out, buf.data(), static_cast<uint32_t>(buf.size()), r->lastSlot());
+    }
+    char const* rec;
+    uint32_t len;
+    if (auto* w = core_.writer()) {
+      if (!w->find(&k, k.hash(), &rec, &len)) return false;
+      return decode(out, rec, len, w->slotOffset(&k, k.hash()));
+    }
+    if (!core_.local()->find(&k, k.hash(), &rec, &len)) return false;
+    return decode(out, rec, len, 0);
+  }
+
+  Value value(Key const& k) const {
+    Value v;
+    if (!lookup(k, v)) return Value();
+    return v;
+  }
+
+  bool has(Key const& k) const {
+    core_.requireReadable("has");
+    if (auto* r = core_.reader()) return r->read(&k, k.hash(), [](char const*, uint32_t) {});
+    char const* rec;
+    uint32_t len;
+    if (auto* w = core_.writer()) return w->find(&k, k.hash(), &rec, &len);
+    return core_.local()->find(&k, k.hash(), &rec, &len);
+  }
+
+  uint64_t size() const { return core_.size(); }
+
+  // Every key, in a stable order (the bytes of the key), starting after
+  // `bookmark` when one is given: a scan can stop and resume from the last
+  // key it handled.
+  std::vector<Key> keys(Key const* bookmark = nullptr, size_t max = SIZE_MAX) const {
+    core_.requireReadable("keys");
+    std::vector<std::string> all;
+    auto add = [&](void const* key) {
+      all.emplace_back(static_cast<char const*>(key), sizeof(Key));
+    };
+    if (auto* r = core_.reader()) {
+      if (r->indexedKeys() || r->count() == 0) {
+        r->forEachIndexedKey(add);
+      } else {
+        r->forEach([&](void const* key, char const*, uint32_t, uint64_t) { add(key); });
+      }
+    } else if (auto* w = core_.writer()) {
+      w->forEach([&](char const* key, char const*, uint32_t) { add(key); });
+    } else {
+      core_.local()->forEach([&](char const* key, char const*, uint32_t) { add(key); });
+    }
+    std::sort(all.begin(), all.end());
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+    auto it = all.begin();
+    if (bookmark) {
+      std::string b(reinterpret_cast<char const*>(bookmark), sizeof(Key));
+      it = std::upper_bound(all.begin(), all.end(), b);
+    }
+    std::vector<Key> out;
+    for (; it != all.end() && out.size() < max; ++it) {
+      Key k;
+      std::memcpy(static_cast<void*>(&k), it->data(), sizeof(Key));
+      out.push_back(k);
+    }
+    return out;
+  }
+
+  // Every value (stable copies; corrupt records reported and skipped).
+  template <typename Fn>
+  void forEach(Fn&& fn) const {
+    for (Key const& k : keys()) {
+      Value v;
+      if (lookup(k, v)) fn(v);
+    }
+  }
+
+ private:
+  static Tamsel::TableSpec withKey(Tamsel::TableSpec s) {
+    s.keySize = sizeof(Key);
+    return s;
+  }
+
+  void put(Value const& v) {
+    Key k = KeyOf()(v);
+    uint32_t len = Marshaller::len(v);
+    auto fill = [&](char* dst) { Marshaller::write(v, dst); };
+    if (auto* w = core_.writer()) {
+      w->write(&k, k.hash(), len, fill);
+    } else {
+      core_.local()->write(&k, k.hash(), len, fill);
+    }
+  }
+
+  bool decode(Value& out, char const* rec, uint32_t len, uint64_t offset) const {
+    if (!Marshaller::valid(rec, len)) {
+      const_cast<TamselMapCore&>(core_).doCorruptionDetected(
+          core_.corruptionMessage(offset, rec, len));
+      return false;
+    }
+    Marshaller::read(out, rec, len);
+    return true;
+  }
+
+  TamselMapCore core_;
+};
+
+}  // namespace ZentTamsel

@@ -1,0 +1,64 @@
+#include "tests/shmem/TestTable.h"
+
+#include "Tunnel/framework/TypeRegistry.h"
+
+namespace TamselTest {
+namespace {
+Tamsel::TableSpec testSpec() {
+  Tamsel::TableSpec s;
+  s.typeName = TestTable::kTypeName;
+  s.allocatorName = "TestTable";
+  s.maxPayload = 1000;
+  s.queueCapacity = 256;
+  return s;
+}
+}  // namespace
+
+TestTable::TestTable(Zent::String const& name) : Entity(name), entry_(testSpec()) {
+  entry_.entity(
+      std::string(name.view()), this,
+      [this](TestKey const& k) {
+        notified.push_back(k.id);
+        notify(kEntryId, k);
+      },
+      [this] { ++mountStatusChanges; }, nullptr);
+}
+
+void TestTable::entryIs(TestRecord const& r) {
+  entry_.safeWrite(r);
+  notified.push_back(r.key.id);
+  notify(kEntryId, r.key);
+}
+
+bool TestTable::entryDel(TestKey k) {
+  if (!entry_.safeRemove(k)) return false;
+  notified.push_back(k.id);
+  notify(kEntryId, k);
+  return true;
+}
+
+void TestTable::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info) {
+  Tamsel::FilePermissions perms;
+  perms.mode = info.fileMode();
+  entry_.core().mount(dir, "entry", info.mountType(), perms);
+}
+
+namespace {
+class TestTableType : public Zent::GenericIf {
+ public:
+  TestTableType() : GenericIf(TestTable::kTypeName, Kind::entity) {}
+  Zent::Ptr<Zent::Entity> newEntityForDir(Zent::String const& name) const override {
+    return Zent::newEntity<TestTable>(name);
+  }
+};
+}  // namespace
+
+void registerTestTable() {
+  static bool done = [] {
+    Zent::typeIs(std::make_unique<TestTableType>());
+    return true;
+  }();
+  (void)done;
+}
+
+}  // namespace TamselTest
