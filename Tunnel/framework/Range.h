@@ -19,6 +19,9 @@ class RangeException : public std::range_error {
 
 [[noreturn]] void throwRangeException(std::string const& message);
 
+constexpr uint16_t maxU16() { return 0xffff; }
+constexpr uint32_t maxU32() { return 0xffffffffu; }
+
 // "<type>::value < <type>::<minName> or > <type>::<maxName> not allowed"
 std::string rangeMessage(std::string_view typeName, std::string_view minName = "min",
                          std::string_view maxName = "max");

@@ -1,0 +1,13 @@
+#include "Tunnel/TunnelTable/IntfTunnels.h"
+
+namespace Tunnel::TunnelTable {
+
+TunnelId tunnelIdOfIntf(Vorn::IntfId const& intf) {
+  if (intf.isDynamicTunnel()) return TunnelId(intf.tunnelIdValue());
+  if (intf.isTunnel()) {
+    return TunnelId(TunnelId::convertToTunnelValue(staticInterfaceTunnel, intf.port() & 0xffff));
+  }
+  return TunnelId();
+}
+
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,182 @@
+#pragma once
+// TunnelTableOf<Entry>: the typed operations every protocol tunnel table has,
+// on one shared-memory collection `entry` keyed by TunnelId. A table class is
+// TunnelTableOf of its entry type plus the stamps its constructor sets.
+//
+// entryIs writes and notifies even when the stored entry is equal: readers
+// rely on a notification per write.
+
+#include <string>
+#include <vector>
+
+#include "Tunnel/TunnelTable/TunnelTableBase.h"
+#include "Tunnel/framework/TypeRegistry.h"
+#include "Tunnel/shmem/ZentTamselMap.h"
+
+namespace Tunnel::TunnelTable {
+
+template <typename Entry>
+struct EntryTunnelId {
+  TunnelId operator()(Entry const& e) const { return e.tunnelId(); }
+};
+
+template <typename Entry, typename Base = TunnelTableBase,
+          typename Marshaller = ZentTamsel::CustomMarshaller<Entry>>
+class TunnelTableOf : public Base {
+ public:
+  using EntryType = Entry;
+  using EntryMap = ZentTamsel::ZentTamselMap<TunnelId, Entry, EntryTunnelId<Entry>, Marshaller>;
+
+  // `typeName` is the table's qualified type name; `bound` the largest record
+  // its collection accepts (0 for fixed-size records).
+  TunnelTableOf(Zent::String const& name, const char* typeName, uint32_t bound)
+      : Base(name), entry_(spec(typeName, bound)), zeroReferences_(*this) {
+    this->zeroReferencesNotifieeIs(&zeroReferences_);
+    entry_.entity(
+        std::string(name.view()), this, [this](TunnelId const& k) { this->entryNotify(k); },
+        [this] { this->entryNotifyMountStatus(); },
+        [this](bool q) { this->entryNotifyQuiesced(q); });
+  }
+
+  // Inserts or replaces the entry under e.tunnelId() and notifies once.
+  void entryIs(Entry const& e) {
+    this->entryIsCounter_.inc();
+    try {
+      entry_.safeWrite(e);
+    } catch (ZentTamsel::CorruptionException const& c) {
+      this->corruptionDetected(c.what());
+    }
+    this->notify(TunnelTableBase::kEntryId, e.tunnelId());
+    this->entryNotifyCounter_.inc();
+  }
+
+  // Removes and returns the entry; a default entry, without notification,
+  // when there was none.
+  Entry entryDel(TunnelId const& key) {
+    this->entryDelCounter_.inc();
+    Entry old;
+    bool removed = false;
+    try {
+      removed = entry_.safeRemove(key, &old);
+    } catch (ZentTamsel::CorruptionException const& c) {
+      this->corruptionDetected(c.what());
+    }
+    if (!removed) return Entry();
+    this->notify(TunnelTableBase::kEntryId, key);
+    this->entryNotifyCounter_.inc();
+    return old;
+  }
+
+  // Removes every entry, one notification per entry.
+  void entryDelAll() {
+    for (TunnelId const& k : entry_.keys()) entryDel(k);
+  }
+
+  // Publishes an entry its writer changed in place.
+  void entryCommit(Entry const* e) {
+    try {
+      entry_.directCommit(*e);
+    } catch (ZentTamsel::CorruptionException const& c) {
+      this->corruptionDetected(c.what());
+    }
+    this->notify(TunnelTableBase::kEntryId, e->tunnelId());
+    this->entryNotifyCounter_.inc();
+  }
+
+  // The entry under `key`, or a default entry when there is none.
+  Entry entry(TunnelId const& key) const { return entry_.value(key); }
+  bool entry(TunnelId const& key, Entry& out) const { return entry_.lookup(key, out); }
+  bool entryHas(TunnelId const& key) const { return entry_.has(key); }
+
+  EntryMap& entryMap() { return entry_; }
+  ZentTamsel::TamselMapCore& entryCore() override { return entry_.core(); }
+  uint64_t entryCount() const override { return entry_.size(); }
+  std::vector<TunnelId> entryKeys(TunnelId const* bookmark, size_t max) const override {
+    return entry_.keys(bookmark, max);
+  }
+  std::string entryText(TunnelId const& key) const override {
+    Entry e;
+    return entry_.lookup(key, e) ? e.stringValue() : std::string();
+  }
+
+  // Detaches the binding before the table's memory goes.
+  class ZeroReferencesNotifiee : public Zent::PtrInterface::ZeroReferencesNotifiee {
+   public:
+    explicit ZeroReferencesNotifiee(TunnelTableOf& t) : table_(t) {}
+    void onZeroReferences() override { table_.entry_.core().unmount(); }
+
+   private:
+    TunnelTableOf& table_;
+  };
+
+ private:
+  static Tamsel::TableSpec spec(const char* typeName, uint32_t bound) {
+    Tamsel::TableSpec s;
+    s.typeName = typeName;
+    std::string n = typeName;
+    s.allocatorName = n.substr(n.rfind(':') + 1);
+    if (bound == 0) {
+      s.fixedPayload = sizeof(Entry);
+    } else {
+      s.maxPayload = bound;
+    }
+    return s;
+  }
+
+  EntryMap entry_;
+  ZeroReferencesNotifiee zeroReferences_;
+};
+
+// The registry entry of a table type: created by name (for the mount
+// service), with its collections readable by attribute identifier.
+template <typename Table>
+class TunnelTableTypeImpl : public Zent::GenericIf {
+ public:
+  using Factory = Zent::Ptr<Table> (*)(Zent::String const&);
+  TunnelTableTypeImpl(std::string name, Factory f, Zent::GenericIf const* entryType,
+                      Zent::GenericIf const* keyType)
+      : GenericIf(std::move(name), Kind::entity), factory_(f) {
+    attributeIs({TunnelTableBase::kEntryId, "entry", true, keyType, entryType});
+    attributeIs({TunnelTableBase::kEntryControlId, "entryControl", false, nullptr, nullptr});
+  }
+  Zent::Ptr<Zent::Entity> newEntityForDir(Zent::String const& name) const override {
+    return factory_(name);
+  }
+  std::unique_ptr<Zent::GenericIterator> genericIfIterator(Zent::Entity const* e,
+                                                           Zent::AttributeId id) const override {
+    auto const* t = dynamic_cast<Table const*>(e);
+    if (!t || id != TunnelTableBase::kEntryId) return nullptr;
+    return std::make_unique<Iterator>(const_cast<Table*>(t));
+  }
+
+ private:
+  // Walks the entries in key order; each entry is read when reached.
+  class Iterator : public Zent::GenericIterator {
+   public:
+    explicit Iterator(Table* t) : table_(t), keys_(t->entryKeys(nullptr, SIZE_MAX)) { load(); }
+    bool iterNonnull() const override { return pos_ < keys_.size(); }
+    void const* iterKey() const override { return &keys_[pos_]; }
+    void const* iterObj() const override { return &entry_; }
+    void iterInc() override {
+      ++pos_;
+      load();
+    }
+    void iterDel() override {
+      table_->entryDel(keys_[pos_]);
+      iterInc();
+    }
+
+   private:
+    void load() {
+      // Entries removed since the keys were taken are passed over.
+      while (pos_ < keys_.size() && !table_->entry(keys_[pos_], entry_)) ++pos_;
+    }
+    Table* table_;
+    std::vector<TunnelId> keys_;
+    size_t pos_ = 0;
+    typename Table::EntryType entry_;
+  };
+  Factory factory_;
+};
+
+}  // namespace Tunnel::TunnelTable

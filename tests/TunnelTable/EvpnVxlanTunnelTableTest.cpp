@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include "Tunnel/TunnelTable/EvpnVxlanTunnelTable.h"
+#include "Tunnel/TunnelTable/IntfTunnels.h"
+#include "Tunnel/TunnelTable/L3IntfTunnelTableBase.h"
+#include "Tunnel/framework/Range.h"
+
+using namespace Tunnel::TunnelTable;
+
+namespace {
+
+struct Recorder : TunnelTableBase::NotifieeConst {
+  std::vector<TunnelId> keys;
+  void entryNotify(TunnelId const& k) override { keys.push_back(k); }
+};
+
+TEST(EvpnVxlanTunnelTableTest, IdentifiersStartAtOneAndAreNeverReused) {
+  auto t = evpnVxlanTunnelTableFactory("evpn");
+  EXPECT_EQ(t->newTunnelId(), TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 1)));
+  EXPECT_EQ(t->newTunnelId().tunnelIndex(), 2u);
+  EXPECT_EQ(t->lastAllocatedId(), 2u);
+  t->lastAllocatedIdIs(EvpnVxlanTunnelTable::maxId());
+  EXPECT_DEATH(t->newTunnelId(),
+               "lastAllocatedId\\(\\) < maxId\\(\\) && \"Reached maximum number of IDs.\"");
+}
+
+TEST(EvpnVxlanTunnelTableTest, KernelInterfaceNamesRoundTripAndMalformedNamesGiveZero) {
+  TunnelId t(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 26));
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfName(t), "t0x1a");
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfTunnelId("t0x1a"), t);
+  TunnelId flex(TunnelId::convertToTunnelValue(isisFlexAlgoTunnel, (0xffull << 35) | 5));
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfName(flex), "t0x5");
+  for (auto bad : {"", "t0x", "t0X1a", "t0x1A", "x0x1a", "t0x-1", "t0x1g", "t0x800000000000"}) {
+    EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfTunnelId(bad), TunnelId()) << bad;
+  }
+}
+
+TEST(EvpnVxlanTunnelTableTest, OnlyDynamicInterfacesOfEvpnTunnelsAreValid) {
+  TunnelId evpn(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 3));
+  EXPECT_TRUE(EvpnVxlanTunnelTable::isValidEvpnIntf(dynamicTunnelIntf(evpn)));
+  EXPECT_FALSE(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::tunnel(3)));  // type 9
+  EXPECT_FALSE(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::fromTunnelIdValue(0)));
+  EXPECT_THROW(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::fromTunnelIdValue(1ull << 50)),
+               Zent::RangeException);
+}
+
+TEST(EvpnVxlanTunnelTableTest, MutatorsCountAndNotifyAsTablesDo) {
+  auto t = evpnVxlanTunnelTableFactory("evpn");
+  auto rec = Zent::Ptr<Recorder>(Zent::newTracked<Recorder>());
+  rec->notifierIs(t.ptr());
+  TunnelId a(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 1));
+  t->entryIs(EvpnVxlanTunnelEntry(a));
+  t->entryIs(EvpnVxlanTunnelEntry(a));  // an equal rewrite still notifies
+  EXPECT_EQ(t->entryDel(TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 9))),
+            EvpnVxlanTunnelEntry());
+  EXPECT_EQ(t->entryDel(a), EvpnVxlanTunnelEntry(a));
+  EXPECT_EQ(rec->keys, (std::vector<TunnelId>{a, a, a}));
+  EXPECT_EQ(t->counters().value("entryIs"), 2u);
+  EXPECT_EQ(t->counters().value("entryDel"), 2u);
+  EXPECT_EQ(t->counters().value("entryNotify"), 3u);
+  rec->notifierIs(nullptr);
+}
+
+TEST(L3IntfTunnelTableBaseTest, TunnelPortsRoundTripAndBadIdentifiersAbort) {
+  TunnelId id = L3IntfTunnelTableBase::newTunnelId(Vorn::IntfId::tunnel(65535));
+  EXPECT_EQ(id.tunnelType(), staticInterfaceTunnel);
+  EXPECT_EQ(L3IntfTunnelTableBase::tunnelIntfId(id), Vorn::IntfId::tunnel(65535));
+  EXPECT_DEATH(L3IntfTunnelTableBase::tunnelIntfId(
+                   TunnelId(TunnelId::convertToTunnelValue(staticInterfaceTunnel, 65536))),
+               "tunnelId.tunnelIndex\\(\\) <= Zent::maxU16\\(\\)");
+  EXPECT_DEATH(
+      L3IntfTunnelTableBase::tunnelIntfId(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, 1))),
+      "tunnelId.tunnelType\\(\\) == staticInterfaceTunnel_");
+}
+
+}  // namespace
