@@ -9,6 +9,7 @@
 #include <functional>
 #include <string>
 #include <type_traits>
+#include <unordered_map>
 #include <vector>
 
 #include "Tunnel/shmem/TamselMapCore.h"
@@ -62,12 +63,17 @@ class ZentTamselMap {
               TamselMapCore::TableCallback wholeTable, TamselMapCore::QuiescedCallback quiesced) {
     core_.entity(
         name, owner,
-        [perKey = std::move(perKey)](void const* bytes) {
+        [this, perKey = std::move(perKey)](void const* bytes) {
           Key k;
           std::memcpy(static_cast<void*>(&k), bytes, sizeof(Key));
+          if (core_.mode() == MountType::valueShadow) refreshValue(k);
           if (perKey) perKey(k);
         },
-        std::move(wholeTable), std::move(quiesced));
+        [this, wholeTable = std::move(wholeTable)] {
+          refreshValues();
+          if (wholeTable) wholeTable();
+        },
+        std::move(quiesced));
   }
 
   // Writes or replaces the record under the value's key.
@@ -119,6 +125,20 @@ class ZentTamselMap {
   // decode is reported to the corruption handler and treated as absent.
   bool lookup(Key const& k, Value& out) const {
     core_.requireReadable("lookup");
+    if (core_.reader() && core_.mode() == MountType::valueShadow) {
+      auto it = values_.find(keyBytes(k));
+      if (it == values_.end()) return false;
+      out = it->second;
+      return true;
+    }
+    return lookupShared(k, out);
+  }
+
+  // A value shadow's local copies, refreshed by every notification.
+  size_t shadowedValues() const { return values_.size(); }
+
+ private:
+  bool lookupShared(Key const& k, Value& out) const {
     if (auto* r = core_.reader()) {
       thread_local std::vector<char> buf;
       if (!r->read(&k, k.hash(), [&](char const* rec, uint32_t len) {
@@ -139,6 +159,24 @@ class ZentTamselMap {
     return decode(out, rec, len, 0);
   }
 
+  static std::string keyBytes(Key const& k) {
+    return std::string(reinterpret_cast<char const*>(&k), sizeof(Key));
+  }
+  void refreshValue(Key const& k) {
+    Value v;
+    if (lookupShared(k, v)) {
+      values_[keyBytes(k)] = v;
+    } else {
+      values_.erase(keyBytes(k));
+    }
+  }
+  void refreshValues() {
+    values_.clear();
+    if (core_.mode() != MountType::valueShadow || !core_.reader()) return;
+    for (Key const& k : keys()) refreshValue(k);
+  }
+
+ public:
   Value value(Key const& k) const {
     Value v;
     if (!lookup(k, v)) return Value();
@@ -229,6 +267,7 @@ class ZentTamselMap {
   }
 
   TamselMapCore core_;
+  std::unordered_map<std::string, Value> values_;
 };
 
 }  // namespace ZentTamsel

@@ -81,6 +81,22 @@ TEST_F(ZentTamselTest, MountServiceCreatesTheTypeByNameAndRelaysKeysToAKeyShadow
   EXPECT_EQ(shadow->map().size(), 9u);
 }
 
+TEST_F(ZentTamselTest, ValueShadowKeepsLocalCopiesCurrent) {
+  auto w = mountTable(mount, writerInfo());
+  w->entryIs(rec(1, "before"));
+  auto shadow = mountTable(mount, MountInfo(ZentTamsel::valueShadow()));
+  EXPECT_EQ(shadow->map().shadowedValues(), 1u);
+  w->entryIs(rec(1, "after"));
+  w->entryIs(rec(2, "two"));
+  w->entryDel(TestKey{1});
+  while (shadow->notified.size() < 3) ASSERT_GT(ZentTamsel::dispatchAll(2000), 0u);
+  TestRecord out;
+  EXPECT_FALSE(shadow->entry(TestKey{1}, out));
+  ASSERT_TRUE(shadow->entry(TestKey{2}, out));
+  EXPECT_EQ(out.payload, "two");
+  EXPECT_EQ(shadow->map().shadowedValues(), 1u);
+}
+
 TEST_F(ZentTamselTest, KeysResumeFromABookmarkInAStableOrder) {
   auto w = mountTable(mount, writerInfo());
   for (uint64_t k = 0; k < 50; ++k) w->entryIs(rec(k * 37 % 101, "x"));
