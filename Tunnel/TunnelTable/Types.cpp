@@ -1,14 +1,24 @@
 #include "Tunnel/TunnelTable/Types.h"
 
+#include "Tunnel/TunnelTable/BgpLuEntries.h"
+#include "Tunnel/TunnelTable/ColoredEntries.h"
 #include "Tunnel/TunnelTable/ColoredTunnelEndpoint.h"
 #include "Tunnel/TunnelTable/EncapId.h"
 #include "Tunnel/TunnelTable/EntryFields.h"
 #include "Tunnel/TunnelTable/EvpnVxlanTunnelEntry.h"
+#include "Tunnel/TunnelTable/FrrEntries.h"
+#include "Tunnel/TunnelTable/IgpEntries.h"
 #include "Tunnel/TunnelTable/Indexes.h"
+#include "Tunnel/TunnelTable/L3IntfEntries.h"
 #include "Tunnel/TunnelTable/MplsVia.h"
+#include "Tunnel/TunnelTable/NexthopGroupEntry.h"
 #include "Tunnel/TunnelTable/Prefs.h"
+#include "Tunnel/TunnelTable/RsvpLerEntry.h"
+#include "Tunnel/TunnelTable/SbfdSessionEntry.h"
+#include "Tunnel/TunnelTable/StaticEntries.h"
 #include "Tunnel/TunnelTable/TunnelId.h"
 #include "Tunnel/TunnelTable/TunnelInfo.h"
+#include "Tunnel/TunnelTable/TunnelTableEntry.h"
 #include "Tunnel/TunnelTable/TunnelVia.h"
 #include "Tunnel/TunnelTable/Via.h"
 #include "Tunnel/TunnelTableKeepdbTypes/TunnelType.h"
@@ -47,6 +57,33 @@ bool registerAll() {
   Zent::registerValueType<Tunnel::IpsecVtiTunnelInfo>("Tunnel::IpsecVtiTunnelInfo");
   Zent::registerValueType<Tunnel::VxlanTunnelInfo>("Tunnel::VxlanTunnelInfo");
   Zent::registerValueType<EvpnVxlanTunnelEntry>("Tunnel::TunnelTable::EvpnVxlanTunnelEntry");
+  // Tunnel table entries: the base, IGP, FRR, RSVP LER and colored families.
+  Zent::registerValueType<TunnelTableEntry>(TunnelTableEntry::kTypeName);
+  Zent::registerValueType<IgpTunnelTableEntryBase>(IgpTunnelTableEntryBase::kTypeName);
+  Zent::registerValueType<LdpTunnelTableEntry>(LdpTunnelTableEntry::kTypeName);
+  Zent::registerValueType<SrTunnelTableEntry>(SrTunnelTableEntry::kTypeName);
+  Zent::registerValueType<FrrTunnelTableEntry>(FrrTunnelTableEntry::kTypeName);
+  Zent::registerValueType<RsvpFrrTunnelTableEntry>(RsvpFrrTunnelTableEntry::kTypeName);
+  Zent::registerValueType<RsvpLerSubTunnelTableEntry>(RsvpLerSubTunnelTableEntry::kTypeName);
+  Zent::registerValueType<TiLfaTunnelTableEntry>(TiLfaTunnelTableEntry::kTypeName);
+  Zent::registerValueType<RsvpLerTunnelTableEntry>(RsvpLerTunnelTableEntry::kTypeName);
+  Zent::registerValueType<ColoredTunnelTableEntry>(ColoredTunnelTableEntry::kTypeName);
+  Zent::registerValueType<SrTePolicyTunnelTableEntry>(SrTePolicyTunnelTableEntry::kTypeName);
+  Zent::registerValueType<FlexAlgoTunnelTableEntry>(FlexAlgoTunnelTableEntry::kTypeName);
+  // Tunnel table entries: interface tunnel, nexthop-group, SBFD session,
+  // static, SR-TE segment list and BGP-LU entries.
+  Zent::registerValueType<L3IntfTunnelTableEntry>(L3IntfTunnelTableEntry::kTypeName);
+  Zent::registerValueType<GreIntfTunnelTableEntry>(GreIntfTunnelTableEntry::kTypeName);
+  Zent::registerValueType<IpsecGreIntfTunnelTableEntry>(IpsecGreIntfTunnelTableEntry::kTypeName);
+  Zent::registerValueType<IpsecVtiIntfTunnelTableEntry>(IpsecVtiIntfTunnelTableEntry::kTypeName);
+  Zent::registerValueType<NexthopGroupTunnelTableEntry>(NexthopGroupTunnelTableEntry::kTypeName);
+  Zent::registerValueType<ZorbSdkSbfdSessionTunnelTableEntry>(
+      ZorbSdkSbfdSessionTunnelTableEntry::kTypeName);
+  Zent::registerValueType<StaticTunnelTableEntry>(StaticTunnelTableEntry::kTypeName);
+  Zent::registerValueType<SrTeSegmentListTunnelTableEntry>(
+      SrTeSegmentListTunnelTableEntry::kTypeName);
+  Zent::registerValueType<BgpLuPushTunnelTableEntry>(BgpLuPushTunnelTableEntry::kTypeName);
+  Zent::registerValueType<BgpLuTunnelTableEntry>(BgpLuTunnelTableEntry::kTypeName);
   return true;
 }
 

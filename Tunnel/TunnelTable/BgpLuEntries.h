@@ -1,0 +1,157 @@
+#pragma once
+// Entries of the BGP labelled-unicast tables: the push entries, which carry a
+// label operation over vias (possibly vias that name other tunnels), and the
+// resolving BGP-LU entries, which add the BGP attributes the tunnel RIB ranks.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "Tunnel/TunnelTable/TunnelTableEntry.h"
+#include "Tunnel/net/MetricType.h"
+#include "Tunnel/net/UnboundedMplsLabelOperation.h"
+
+namespace Tunnel::TunnelTable {
+
+// The label operation's record in a BGP-LU record: its own record (2 to 70
+// bytes), zero-filled to its 73-byte cap. Every record with n vias has one
+// length, and the tables' bounds (22229, 22257) are records that occur.
+inline constexpr uint32_t kBgpLuLabelSlotLen = Vorn::UnboundedMplsLabelOperation::kMaxRecordSize;
+
+// Record: the base record, the via list at 552 (u32 count, 36-byte Via
+// records), then the 73-byte label slot. 552 + 4 + 36n + 73, at most 22229.
+class BgpLuPushTunnelTableEntry : public TunnelTableEntry {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::BgpLuPushTunnelTableEntry";
+  static constexpr uint32_t kMaxSerializedLen =
+      kBaseRecordLen + 4 + Via::kRecordSize * ViaArray::capacity + kBgpLuLabelSlotLen;
+
+  BgpLuPushTunnelTableEntry() : BgpLuPushTunnelTableEntry(TunnelId()) {}
+  explicit BgpLuPushTunnelTableEntry(TunnelId tunnelId) : TunnelTableEntry(tunnelId) {}
+  BgpLuPushTunnelTableEntry(Zent::String::IteratorConst& it,
+                            Zent::String::IteratorConst const& end);
+
+  ViaArray const& via() const { return via_; }
+  // The default via past the end.
+  Via via(ViaIndex i) const { return via_.member(i); }
+  // Setting past the end fills the gap with default vias.
+  void viaIs(ViaIndex i, Via const& v) { via_.memberIs(i, v); }
+  // Later vias move down one place.
+  void viaDel(ViaIndex i) { via_._memberDel(i); }
+  void viaDel(ViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
+  void viaDelAll() { via_.clear(); }
+  // Appends a via that rides on tunnel `id`: next hop 0.0.0.0 and the dynamic
+  // tunnel interface standing for `id`. With 600 vias already, appends nothing
+  // and traces (a full array is not an error of the caller).
+  void tunnelIdViaIs(TunnelId id);
+
+  Vorn::UnboundedMplsLabelOperation const& labels() const { return labels_; }
+  void labelsIs(Vorn::UnboundedMplsLabelOperation const& v) { labels_ = v; }
+
+  friend bool operator==(BgpLuPushTunnelTableEntry const& a, BgpLuPushTunnelTableEntry const& b) {
+    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
+           a.via_ == b.via_ && a.labels_ == b.labels_;
+  }
+  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_, labels_); }
+  std::string stringValue() const;
+  friend std::ostream& operator<<(std::ostream& os, BgpLuPushTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const;
+
+  // TunnelId, tep, "labels: <op>", then "Vias #<n> " and one line per via.
+  void dumpState(DumpContext* ctx, int indent) const;
+
+  void serialize(void* buf) const;
+  uint32_t serializeLen() const {
+    return kBaseRecordLen + 4 + Via::kRecordSize * via_.count() + kBgpLuLabelSlotLen;
+  }
+  void deserialize(void const* buf, unsigned len);
+  uint32_t deserializeLen(void const* buf, unsigned len) const;
+
+ private:
+  ViaArray via_;
+  Vorn::UnboundedMplsLabelOperation labels_;
+};
+
+// Record: the BGP-LU push layout (base, via list, label slot), then 28 bytes:
+// contribution, bgpMetric, bgpMetricType, bgpMetric2, bgpPref, bgpPref2,
+// bgpLinkBw, each 4 bytes. At most 22257.
+//
+// A new entry is a RIB candidate (contribution `contributes`) with an IGP-kind
+// metric (`bgpMetricType` internal) and the push of one label not yet known
+// (labels "push 0"): BGP-LU routes always carry a label to push.
+class BgpLuTunnelTableEntry : public TunnelTableEntry {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::BgpLuTunnelTableEntry";
+  static constexpr uint8_t kDefaultEntryPref = 85;
+  static constexpr uint32_t kMaxSerializedLen = BgpLuPushTunnelTableEntry::kMaxSerializedLen + 28;
+
+  static Vorn::UnboundedMplsLabelOperation defaultLabels() {
+    return Vorn::MplsLabelOperation::push({0});
+  }
+
+  BgpLuTunnelTableEntry() : BgpLuTunnelTableEntry(TunnelId()) {}
+  explicit BgpLuTunnelTableEntry(TunnelId tunnelId)
+      : TunnelTableEntry(tunnelId, kDefaultEntryPref), labels_(defaultLabels()) {}
+  BgpLuTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  ViaArray const& via() const { return via_; }
+  // The default via past the end.
+  Via via(ViaIndex i) const { return via_.member(i); }
+  // Setting past the end fills the gap with default vias.
+  void viaIs(ViaIndex i, Via const& v) { via_.memberIs(i, v); }
+  // Later vias move down one place.
+  void viaDel(ViaIndex i) { via_._memberDel(i); }
+  void viaDel(ViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
+  void viaDelAll() { via_.clear(); }
+
+  Vorn::UnboundedMplsLabelOperation const& labels() const { return labels_; }
+  void labelsIs(Vorn::UnboundedMplsLabelOperation const& v) { labels_ = v; }
+  ContributionToTunnelRIB contribution() const { return contribution_; }
+  void contributionIs(ContributionToTunnelRIB v) { contribution_ = v; }
+  uint32_t bgpMetric() const { return bgpMetric_; }
+  void bgpMetricIs(uint32_t v) { bgpMetric_ = v; }
+  Vorn::MetricType bgpMetricType() const { return bgpMetricType_; }
+  void bgpMetricTypeIs(Vorn::MetricType v) { bgpMetricType_ = v; }
+  uint32_t bgpMetric2() const { return bgpMetric2_; }
+  void bgpMetric2Is(uint32_t v) { bgpMetric2_ = v; }
+  uint32_t bgpPref() const { return bgpPref_; }
+  void bgpPrefIs(uint32_t v) { bgpPref_ = v; }
+  uint32_t bgpPref2() const { return bgpPref2_; }
+  void bgpPref2Is(uint32_t v) { bgpPref2_ = v; }
+  TunnelBandwidth bgpLinkBw() const { return bgpLinkBw_; }
+  void bgpLinkBwIs(TunnelBandwidth v) { bgpLinkBw_ = v; }
+
+  friend bool operator==(BgpLuTunnelTableEntry const& a, BgpLuTunnelTableEntry const& b);
+  uint32_t hash(uint32_t seed = 0) const;
+  std::string stringValue() const;
+  friend std::ostream& operator<<(std::ostream& os, BgpLuTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const;
+
+  // TunnelId, tep, labels, contribution, bgpMetric, bgpMetricType, bgpPref,
+  // then the vias.
+  void dumpState(DumpContext* ctx, int indent) const;
+
+  void serialize(void* buf) const;
+  uint32_t serializeLen() const {
+    return kBaseRecordLen + 4 + Via::kRecordSize * via_.count() + kBgpLuLabelSlotLen + 28;
+  }
+  void deserialize(void const* buf, unsigned len);
+  uint32_t deserializeLen(void const* buf, unsigned len) const;
+
+ private:
+  ViaArray via_;
+  Vorn::UnboundedMplsLabelOperation labels_;
+  ContributionToTunnelRIB contribution_ = ContributionToTunnelRIB::contributes;
+  uint32_t bgpMetric_ = 0;
+  Vorn::MetricType bgpMetricType_ = Vorn::kDefaultMetricType;
+  uint32_t bgpMetric2_ = 0;
+  uint32_t bgpPref_ = 0;
+  uint32_t bgpPref2_ = 0;
+  TunnelBandwidth bgpLinkBw_;
+};
+
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,122 @@
+#pragma once
+// Entries of protected tunnels, which hold exactly one primary via and one
+// backup via: FrrTunnelTableEntry and the RSVP FRR, RSVP LER sub-LSP and
+// TI-LFA entries that are it under their own names.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "Tunnel/TunnelTable/TunnelTableEntry.h"
+
+namespace Tunnel::TunnelTable {
+
+// entryPref 255, viasOrdered false.
+//
+// Record: the base record, then a 219-byte tail: via (108-byte MplsVia) at
+// tail byte 0, backupVia at 108, isPrimaryViaUsable u8 at 216, seqNo u16 at
+// 217. The tail is byte-packed on purpose, so seqNo sits unaligned: 771 bytes.
+class FrrTunnelTableEntry : public TunnelTableEntry {
+ public:
+  static constexpr uint32_t kFrrTailLen = 219;
+  static constexpr uint32_t kMaxSerializedLen = kBaseRecordLen + kFrrTailLen;
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::FrrTunnelTableEntry";
+
+  FrrTunnelTableEntry() : FrrTunnelTableEntry(TunnelId()) {}
+  explicit FrrTunnelTableEntry(TunnelId tunnelId)
+      : TunnelTableEntry(tunnelId, TunnelEntryPref::kNoPreference) {}
+  FrrTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  MplsVia const& via() const { return via_; }
+  void viaIs(MplsVia const& v) { via_ = v; }
+  MplsVia const& backupVia() const { return backupVia_; }
+  void backupViaIs(MplsVia const& v) { backupVia_ = v; }
+  bool isPrimaryViaUsable() const { return isPrimaryViaUsable_; }
+  void isPrimaryViaUsableIs(bool v) { isPrimaryViaUsable_ = v; }
+  TunnelEntrySequenceNumber seqNo() const { return seqNo_; }
+  void seqNoIs(TunnelEntrySequenceNumber v) { seqNo_ = v; }
+
+  friend bool operator==(FrrTunnelTableEntry const& a, FrrTunnelTableEntry const& b);
+  uint32_t hash(uint32_t seed = 0) const { return hashFrr(seed); }
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, FrrTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != FrrTunnelTableEntry(); }
+
+  // The base lines, then the via, backup via, usability and sequence number.
+  void dumpState(DumpContext* ctx, int indent) const { dumpFrr(ctx, indent); }
+
+  void serialize(void* buf) const;
+  uint32_t serializeLen() const { return kMaxSerializedLen; }
+  void deserialize(void const* buf, unsigned len);
+  uint32_t deserializeLen(void const* buf, unsigned len) const;
+
+ protected:
+  // The base and FRR parts, for this type and for entries built on it.
+  std::string textAs(const char* typeName) const;
+  void appendFrrText(Zent::ValueText& text) const;
+  uint32_t hashFrr(uint32_t seed) const;
+  void dumpFrr(DumpContext* ctx, int indent) const;
+  void serializeFrr(RecordWriter& w) const;
+  // Validates the base record and the FRR tail: 771, or 0 with `r` failed.
+  static uint32_t deserializeLenFrr(RecordReader& r);
+  void deserializeFrr(RecordReader& r);
+
+ private:
+  MplsVia via_;
+  MplsVia backupVia_;
+  bool isPrimaryViaUsable_ = false;
+  TunnelEntrySequenceNumber seqNo_;
+};
+
+// RSVP fast-reroute tunnels.
+class RsvpFrrTunnelTableEntry : public FrrTunnelTableEntry {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::RsvpFrrTunnelTableEntry";
+
+  RsvpFrrTunnelTableEntry() = default;
+  explicit RsvpFrrTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
+  RsvpFrrTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, RsvpFrrTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != RsvpFrrTunnelTableEntry(); }
+};
+
+// Sub-LSPs of RSVP LER tunnels.
+class RsvpLerSubTunnelTableEntry : public FrrTunnelTableEntry {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::RsvpLerSubTunnelTableEntry";
+
+  RsvpLerSubTunnelTableEntry() = default;
+  explicit RsvpLerSubTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
+  RsvpLerSubTunnelTableEntry(Zent::String::IteratorConst& it,
+                             Zent::String::IteratorConst const& end);
+
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, RsvpLerSubTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != RsvpLerSubTunnelTableEntry(); }
+};
+
+// Topology-independent loop-free alternates of segment routing.
+class TiLfaTunnelTableEntry : public FrrTunnelTableEntry {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::TiLfaTunnelTableEntry";
+
+  TiLfaTunnelTableEntry() = default;
+  explicit TiLfaTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
+  TiLfaTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, TiLfaTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != TiLfaTunnelTableEntry(); }
+};
+
+}  // namespace Tunnel::TunnelTable

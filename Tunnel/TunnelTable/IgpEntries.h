@@ -1,0 +1,117 @@
+#pragma once
+// Entries of tunnels an IGP computes: the shared IgpTunnelTableEntryBase
+// (metrics, preferences and up to 600 MPLS vias) and the LDP and segment
+// routing entries built on it.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "Tunnel/TunnelTable/TunnelTableEntry.h"
+#include "Tunnel/TunnelTableKeepdbTypes/TunnelType.h"
+
+namespace Tunnel::TunnelTable {
+
+// Record: the base record, igpMetric u32, igpMetric2 u32, igpPref u32,
+// igpPref2 u32 (at 552 to 567), then the via list (u32 count and 108-byte
+// MplsVia records): 572 + 108n bytes, at most 65372.
+class IgpTunnelTableEntryBase : public TunnelTableEntry {
+ public:
+  static constexpr uint32_t kMaxSerializedLen = kBaseRecordLen + 20 + 108 * MplsViaArray::capacity;
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::IgpTunnelTableEntryBase";
+
+  IgpTunnelTableEntryBase() : IgpTunnelTableEntryBase(TunnelId()) {}
+  // entryPref 255 unless given.
+  explicit IgpTunnelTableEntryBase(TunnelId tunnelId,
+                                   TunnelEntryPref entryPref = TunnelEntryPref::kNoPreference)
+      : TunnelTableEntry(tunnelId, entryPref) {}
+  IgpTunnelTableEntryBase(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  uint32_t igpMetric() const { return igpMetric_; }
+  void igpMetricIs(uint32_t v) { igpMetric_ = v; }
+  uint32_t igpMetric2() const { return igpMetric2_; }
+  void igpMetric2Is(uint32_t v) { igpMetric2_ = v; }
+  TunnelIgpPref igpPref() const { return igpPref_; }
+  void igpPrefIs(TunnelIgpPref v) { igpPref_ = v; }
+  uint32_t igpPref2() const { return igpPref2_; }
+  void igpPref2Is(uint32_t v) { igpPref2_ = v; }
+
+  MplsViaArray const& via() const { return via_; }
+  // A default via past the end.
+  MplsVia via(ViaIndex i) const { return via_.member(i); }
+  // Setting past the end fills the gap with default vias.
+  void viaIs(ViaIndex i, MplsVia const& v) { via_.memberIs(i, v); }
+  // Later vias move down one place.
+  void viaDel(ViaIndex i) { via_._memberDel(i); }
+  void viaDel(MplsViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
+  void viaDelAll() { via_.clear(); }
+
+  friend bool operator==(IgpTunnelTableEntryBase const& a, IgpTunnelTableEntryBase const& b);
+  uint32_t hash(uint32_t seed = 0) const;
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, IgpTunnelTableEntryBase const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != IgpTunnelTableEntryBase(); }
+
+  // The base lines, the IGP metrics and preferences, then the vias.
+  void dumpState(DumpContext* ctx, int indent) const;
+
+  void serialize(void* buf) const;
+  uint32_t serializeLen() const { return kBaseRecordLen + 20 + 108 * via_.count(); }
+  void deserialize(void const* buf, unsigned len);
+  uint32_t deserializeLen(void const* buf, unsigned len) const;
+
+ protected:
+  // The canonical text of these fields under a derived type's name.
+  std::string textAs(const char* typeName) const;
+
+ private:
+  uint32_t igpMetric_ = 0;
+  uint32_t igpMetric2_ = 0;
+  TunnelIgpPref igpPref_;
+  uint32_t igpPref2_ = 0;
+  MplsViaArray via_;
+};
+
+// LDP tunnels: entryPref 55.
+class LdpTunnelTableEntry : public IgpTunnelTableEntryBase {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::LdpTunnelTableEntry";
+  static constexpr uint8_t kDefaultEntryPref = 55;
+
+  LdpTunnelTableEntry() : LdpTunnelTableEntry(TunnelId()) {}
+  explicit LdpTunnelTableEntry(TunnelId tunnelId)
+      : IgpTunnelTableEntryBase(tunnelId, kDefaultEntryPref) {}
+  LdpTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, LdpTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != LdpTunnelTableEntry(); }
+};
+
+// IS-IS and OSPF segment routing tunnels share this entry: its default
+// entryPref is its identifier's type default (65 for IS-IS SR, 60 for OSPF SR).
+class SrTunnelTableEntry : public IgpTunnelTableEntryBase {
+ public:
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::SrTunnelTableEntry";
+
+  SrTunnelTableEntry() : SrTunnelTableEntry(TunnelId()) {}
+  explicit SrTunnelTableEntry(TunnelId tunnelId)
+      : IgpTunnelTableEntryBase(tunnelId, getDefaultPrefForType(tunnelId.tunnelType())) {}
+  SrTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  // Sets entryPref to the default of the identifier's type; writers call it
+  // after setting the identifier. (The name is spelled so.)
+  void intializeSrTunnelEntry() { entryPrefIs(getDefaultPrefForType(tunnelId().tunnelType())); }
+
+  std::string stringValue() const { return textAs(kTypeName); }
+  friend std::ostream& operator<<(std::ostream& os, SrTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != SrTunnelTableEntry(); }
+};
+
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,81 @@
+#pragma once
+// RsvpLerTunnelTableEntry: an RSVP head-end tunnel. It is the only entry whose
+// vias are ordered by default, and it adds to the FRR via pair its metric,
+// IGP preference, eligibilities, color and up to 600 split vias.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+#include "Tunnel/TunnelTable/FrrEntries.h"
+
+namespace Tunnel::TunnelTable {
+
+// entryPref 45, igpPref TunnelIgpPref::defaultRsvpLerIgpPref (45), viasOrdered
+// true.
+//
+// Record: the 771-byte FRR record, then metric u32, igpPref u32,
+// isTunnelIgpShortcutEligible u8, isTunnelLdpTunnelingEligible u8, color (the
+// 8-byte TristateU32 record), then the split via list (u32 count and 108-byte
+// MplsVia records): 793 + 108n bytes, at most 65593.
+class RsvpLerTunnelTableEntry : public FrrTunnelTableEntry {
+ public:
+  static constexpr uint32_t kLerFieldsLen = 18;
+  static constexpr uint32_t kMaxSerializedLen =
+      FrrTunnelTableEntry::kMaxSerializedLen + kLerFieldsLen + 4 + 108 * MplsViaArray::capacity;
+  static constexpr const char* kTypeName = "Tunnel::TunnelTable::RsvpLerTunnelTableEntry";
+  static constexpr uint8_t kDefaultEntryPref = 45;
+
+  RsvpLerTunnelTableEntry() : RsvpLerTunnelTableEntry(TunnelId()) {}
+  explicit RsvpLerTunnelTableEntry(TunnelId tunnelId);
+  RsvpLerTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
+
+  uint32_t metric() const { return metric_; }
+  void metricIs(uint32_t v) { metric_ = v; }
+  TunnelIgpPref igpPref() const { return igpPref_; }
+  void igpPrefIs(TunnelIgpPref v) { igpPref_ = v; }
+  bool isTunnelIgpShortcutEligible() const { return isTunnelIgpShortcutEligible_; }
+  void isTunnelIgpShortcutEligibleIs(bool v) { isTunnelIgpShortcutEligible_ = v; }
+  bool isTunnelLdpTunnelingEligible() const { return isTunnelLdpTunnelingEligible_; }
+  void isTunnelLdpTunnelingEligibleIs(bool v) { isTunnelLdpTunnelingEligible_ = v; }
+  TristateU32 const& color() const { return color_; }
+  void colorIs(TristateU32 const& v) { color_ = v; }
+
+  MplsViaArray const& splitVia() const { return splitVia_; }
+  // A default via past the end.
+  MplsVia splitVia(ViaIndex i) const { return splitVia_.member(i); }
+  // Setting past the end fills the gap with default vias.
+  void splitViaIs(ViaIndex i, MplsVia const& v) { splitVia_.memberIs(i, v); }
+  // Later vias move down one place.
+  void splitViaDel(ViaIndex i) { splitVia_._memberDel(i); }
+  void splitViaDel(MplsViaArray::IteratorConst const& it) { splitVia_._memberDel(it.key()); }
+  void splitViaDelAll() { splitVia_.clear(); }
+
+  friend bool operator==(RsvpLerTunnelTableEntry const& a, RsvpLerTunnelTableEntry const& b);
+  uint32_t hash(uint32_t seed = 0) const;
+  std::string stringValue() const;
+  friend std::ostream& operator<<(std::ostream& os, RsvpLerTunnelTableEntry const& e) {
+    return os << e.stringValue();
+  }
+  explicit operator bool() const { return *this != RsvpLerTunnelTableEntry(); }
+
+  // The FRR lines, the LER fields, then the split vias.
+  void dumpState(DumpContext* ctx, int indent) const;
+
+  void serialize(void* buf) const;
+  uint32_t serializeLen() const {
+    return FrrTunnelTableEntry::kMaxSerializedLen + kLerFieldsLen + 4 + 108 * splitVia_.count();
+  }
+  void deserialize(void const* buf, unsigned len);
+  uint32_t deserializeLen(void const* buf, unsigned len) const;
+
+ private:
+  uint32_t metric_ = 0;
+  TunnelIgpPref igpPref_{TunnelIgpPref::defaultRsvpLerIgpPref};
+  bool isTunnelIgpShortcutEligible_ = false;
+  bool isTunnelLdpTunnelingEligible_ = false;
+  TristateU32 color_;
+  MplsViaArray splitVia_;
+};
+
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,161 @@
+// BGP-LU entries: vias that name a tunnel, appended up to the array's
+// capacity and refused with one trace past it; where the label slot and the
+// BGP fields sit in the record, and which of their bytes are refused.
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "Tunnel/TunnelTable/BgpLuEntries.h"
+#include "Tunnel/TunnelTable/Trace.h"
+#include "Tunnel/framework/Dabin.h"
+
+namespace Tunnel::TunnelTable {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+TunnelId id(TunnelType type, uint64_t index) {
+  return TunnelId(TunnelId::convertToTunnelValue(type, index));
+}
+
+template <typename T>
+T at(Bytes const& b, size_t offset) {
+  T v;
+  std::memcpy(&v, &b[offset], sizeof v);
+  return v;
+}
+
+template <typename T>
+Bytes recordOf(T const& e) {
+  Bytes b(e.serializeLen());
+  e.serialize(b.data());
+  return b;
+}
+
+// Collects the traces of the tunnel table facility, level 0 switched on.
+class TunnelIdViaTest : public ::testing::Test {
+ protected:
+  TunnelIdViaTest() : wasOn_(dabinFacility_.enabled(0)) {
+    dabinFacility_.levelIs(0, true);
+    Dabin::sinkIs(&sink_);
+  }
+  ~TunnelIdViaTest() override {
+    Dabin::sinkIs(nullptr);
+    dabinFacility_.levelIs(0, wasOn_);
+  }
+
+  Dabin::CaptureSink sink_;
+  bool wasOn_;
+  std::unique_ptr<BgpLuPushTunnelTableEntry> e_ =
+      std::make_unique<BgpLuPushTunnelTableEntry>(id(bgpLuPushTunnel, 1));
+};
+
+TEST_F(TunnelIdViaTest, AppendsAViaToTheDynamicInterfaceOfTheTunnel) {
+  Via const first(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1));
+  e_->viaIs(0, first);
+  TunnelId const rideOn = id(ldpTunnel, 7);
+  e_->tunnelIdViaIs(rideOn);
+  ASSERT_EQ(e_->via().count(), 2u);
+  EXPECT_EQ(e_->via(0), first);
+  EXPECT_EQ(e_->via(1),
+            Via(Vorn::IpGenAddr("0.0.0.0"), Vorn::IntfId::fromTunnelIdValue(rideOn.value())));
+  EXPECT_EQ(e_->via(1).intfId().stringValue(), "DynamicTunnel0x300000000007");
+  EXPECT_TRUE(sink_.lines().empty());
+}
+
+TEST_F(TunnelIdViaTest, TheVia601IsRefusedWithOneTraceAndNoChange) {
+  for (uint64_t i = 0; i < 600; ++i) e_->tunnelIdViaIs(id(isisSrTunnel, i));
+  ASSERT_EQ(e_->via().count(), 600u);
+  EXPECT_TRUE(sink_.lines().empty());
+  auto const before = std::make_unique<BgpLuPushTunnelTableEntry>(*e_);
+
+  TunnelId const extra = id(ldpTunnel, 601);
+  EXPECT_NO_THROW(e_->tunnelIdViaIs(extra));
+  EXPECT_EQ(e_->via().count(), 600u);
+  EXPECT_EQ(*e_, *before);
+  ASSERT_EQ(sink_.lines().size(), 1u);
+  EXPECT_EQ(sink_.lines()[0].facility, "Tunnel::TunnelTable");
+  EXPECT_EQ(sink_.lines()[0].message,
+            fmt::format("BgpLuPushTunnelTableEntry already has the maximum number of vias (600), "
+                        "so cannot add tunnelId {}",
+                        extra.value()));
+}
+
+// An entry with two vias and every BGP field distinct: the via list at 552,
+// the label slot at 628, the BGP fields at 701, 729 bytes in all.
+class BgpLuRecordTest : public ::testing::Test {
+ protected:
+  static constexpr size_t kSlot = 552 + 4 + 2 * 36;
+  static constexpr size_t kBgp = kSlot + 73;
+
+  BgpLuRecordTest() {
+    e_->viaIs(0, Via(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1)));
+    e_->viaIs(1, Via(Vorn::IpGenAddr("10.0.0.3"), Vorn::IntfId::ethernet(2)));
+    e_->labelsIs(Vorn::MplsLabelOperation::swap({100, 200}));
+    e_->contributionIs(ContributionToTunnelRIB::doesNotContribute);
+    e_->bgpMetricIs(11);
+    e_->bgpMetricTypeIs(Vorn::MetricType::external);
+    e_->bgpMetric2Is(12);
+    e_->bgpPrefIs(13);
+    e_->bgpPref2Is(14);
+    e_->bgpLinkBwIs(15);
+    record_ = recordOf(*e_);
+  }
+  uint32_t lenOf(Bytes const& b) const {
+    return e_->deserializeLen(b.data(), static_cast<unsigned>(b.size()));
+  }
+  // The record with `bytes` written at `offset` is refused by both readers.
+  void expectRefused(size_t offset, std::vector<unsigned char> const& bytes) {
+    Bytes bad = record_;
+    std::memcpy(&bad[offset], bytes.data(), bytes.size());
+    EXPECT_EQ(lenOf(bad), 0u) << "at " << offset;
+    auto back = std::make_unique<BgpLuTunnelTableEntry>();
+    EXPECT_THROW(back->deserialize(bad.data(), static_cast<unsigned>(bad.size())), RecordError);
+  }
+
+  std::unique_ptr<BgpLuTunnelTableEntry> e_ =
+      std::make_unique<BgpLuTunnelTableEntry>(id(bgpLuTunnel, 4));
+  Bytes record_;
+};
+
+TEST_F(BgpLuRecordTest, LabelSlotAndBgpFieldsFollowTheVias) {
+  ASSERT_EQ(record_.size(), kBgp + 28);
+  EXPECT_EQ(at<uint32_t>(record_, 552), 2u);
+  EXPECT_EQ(record_[kSlot], 1);      // pops one
+  EXPECT_EQ(record_[kSlot + 1], 2);  // pushes two
+  EXPECT_EQ(at<uint32_t>(record_, kSlot + 2), 100u);
+  EXPECT_EQ(at<uint32_t>(record_, kSlot + 6), 200u);
+  EXPECT_EQ(Bytes(record_.begin() + kSlot + 10, record_.begin() + kBgp), Bytes(63, 0));
+  EXPECT_EQ(at<uint32_t>(record_, kBgp), uint32_t{ContributionToTunnelRIB::doesNotContribute});
+  std::vector<uint32_t> fields;
+  for (size_t off = kBgp + 4; off < kBgp + 28; off += 4)
+    fields.push_back(at<uint32_t>(record_, off));
+  EXPECT_EQ(fields, (std::vector<uint32_t>{11, 2, 12, 13, 14, 15}));
+}
+
+TEST_F(BgpLuRecordTest, PushEntryRecordEndsWithTheLabelSlot) {
+  auto push = std::make_unique<BgpLuPushTunnelTableEntry>(id(bgpLuPushTunnel, 4));
+  push->viaIs(1, Via());
+  push->labelsIs(e_->labels());
+  Bytes const b = recordOf(*push);
+  ASSERT_EQ(b.size(), kBgp);
+  EXPECT_EQ(Bytes(b.begin() + kSlot, b.end()),
+            Bytes(record_.begin() + kSlot, record_.begin() + kBgp));
+}
+
+TEST_F(BgpLuRecordTest, BytesNoEntryWouldWriteAreRefused) {
+  ASSERT_EQ(lenOf(record_), record_.size());
+  expectRefused(kSlot + 10, {1});                   // after the label record
+  expectRefused(kSlot + 1, {18});                   // more labels than an operation holds
+  expectRefused(kSlot + 2, {0xff, 0xff, 0x1f, 0});  // a label above 20 bits
+  expectRefused(kBgp, {3, 0, 0, 0});                // unknown contribution
+  expectRefused(kBgp + 8, {3, 0, 0, 0});            // unknown metric type
+  expectRefused(kBgp + 8, {1, 0, 0, 1});            // unknown metric type, high byte
+}
+
+}  // namespace
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,107 @@
+// The SBFD session entry's compact record (the contract suite covers the
+// rest): where its fields sit, that endpoint and name stay out of it, and
+// which records it refuses without changing the entry.
+
+#include <cstring>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Tunnel/TunnelTable/SbfdSessionEntry.h"
+
+namespace Tunnel::TunnelTable {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using Entry = ZorbSdkSbfdSessionTunnelTableEntry;
+
+TunnelId id(TunnelType type, uint64_t index) {
+  return TunnelId(TunnelId::convertToTunnelValue(type, index));
+}
+
+template <typename T>
+T at(Bytes const& b, size_t offset) {
+  T v;
+  std::memcpy(&v, &b[offset], sizeof v);
+  return v;
+}
+
+Bytes recordOf(Entry const& e) {
+  Bytes b(e.serializeLen());
+  e.serialize(b.data());
+  return b;
+}
+
+class SbfdSessionEntryTest : public ::testing::Test {
+ protected:
+  SbfdSessionEntryTest() {
+    e_.nexthopTunnelIdIs(id(ldpTunnel, 9));
+    e_.entryPrefIs(7);
+    e_.entryMetricIs(0x01020304);
+    e_.tunnelBwIs(0x0a0b0c0d);
+    e_.viasOrderedIs(true);
+    e_.viaIs(Via(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1)));
+    record_ = recordOf(e_);
+  }
+  uint32_t lenOf(Bytes const& b) const {
+    return e_.deserializeLen(b.data(), static_cast<unsigned>(b.size()));
+  }
+
+  Entry e_{id(zorbSdkSbfdSessionTunnel, 3)};
+  Bytes record_;
+};
+
+TEST_F(SbfdSessionEntryTest, ScalarsSitAtTheirBaseOffsetsAndTheViaEndsTheRecord) {
+  ASSERT_EQ(record_.size(), 140u);
+  EXPECT_EQ(at<uint64_t>(record_, 0), id(zorbSdkSbfdSessionTunnel, 3).value());
+  EXPECT_EQ(at<uint64_t>(record_, 8), id(ldpTunnel, 9).value());
+  EXPECT_EQ(record_[16], 7);
+  EXPECT_EQ(at<uint32_t>(record_, 17), 0x01020304u);
+  EXPECT_EQ(at<uint32_t>(record_, 21), 0x0a0b0c0du);
+  EXPECT_EQ(record_[25], 1);
+  EXPECT_EQ(record_[26], 0);
+  EXPECT_EQ(record_[27], 0);
+  MplsCosVia const expected(MplsVia(e_.via(), Vorn::MplsLabelOperation::forward()));
+  EXPECT_EQ(std::memcmp(&record_[28], &expected, sizeof expected), 0);
+}
+
+// Deliberate: the slot has no room for them; a reader sees none.
+TEST_F(SbfdSessionEntryTest, EndpointAndNameAreNotCarried) {
+  Entry named = e_;
+  named.endpointIs(0, Vorn::IpGenPrefix("10.0.0.1/32"));
+  named.nameIs("session");
+  EXPECT_EQ(recordOf(named), record_);
+  named.deserialize(record_.data(), static_cast<unsigned>(record_.size()));
+  EXPECT_EQ(named, e_);
+}
+
+TEST_F(SbfdSessionEntryTest, RecordsNoEntryWouldWriteAreRefused) {
+  MplsCosVia labelled(MplsVia(e_.via(), Vorn::MplsLabelOperation::push({16})));
+  MplsCosVia someClasses(MplsVia(e_.via(), Vorn::MplsLabelOperation::forward()), 0x0f);
+  struct Patch {
+    size_t offset;
+    Bytes bytes;
+  };
+  std::vector<Patch> const patches = {
+      {7, {0x02}},   // tunnelId above TunnelId::maxValue
+      {25, {2}},     // viasOrdered neither 0 nor 1
+      {26, {1}},     // reserved
+      {27, {0x80}},  // reserved
+      {28, Bytes(reinterpret_cast<unsigned char const*>(&labelled),
+                 reinterpret_cast<unsigned char const*>(&labelled) + sizeof labelled)},
+      {28, Bytes(reinterpret_cast<unsigned char const*>(&someClasses),
+                 reinterpret_cast<unsigned char const*>(&someClasses) + sizeof someClasses)},
+      {28 + 21, {1}},  // the interface's reserved bytes: not a well-formed via
+  };
+  for (Patch const& p : patches) {
+    Bytes bad = record_;
+    std::memcpy(&bad[p.offset], p.bytes.data(), p.bytes.size());
+    EXPECT_EQ(lenOf(bad), 0u) << "at " << p.offset;
+    Entry back;
+    EXPECT_THROW(back.deserialize(bad.data(), static_cast<unsigned>(bad.size())), RecordError);
+    EXPECT_EQ(back, Entry()) << "a refused record changed the entry, at " << p.offset;
+  }
+}
+
+}  // namespace
+}  // namespace Tunnel::TunnelTable

@@ -1,0 +1,160 @@
+// One contract, every table type: a writer process mounts the table by its
+// identifier, a key-shadow reader in this process sees every change through
+// entryNotify, with entries of the type's largest size, and the counters say
+// what happened. After cleanup no file of the table is left.
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "Tunnel/TunnelMount/TunnelMount.h"
+#include "Tunnel/TunnelTable/Tables.h"
+#include "tests/TunnelTable/EntryTypes.h"
+#include "tests/shmem/ShmTestUtil.h"
+
+using namespace Tunnel::TunnelTable;
+using Tunnel::TunnelTable::test::EntryRng;
+using Tunnel::TunnelTable::test::EntryTraits;
+
+namespace {
+
+template <typename T>
+class TableContractTest : public ::testing::Test {};
+using AllTables =
+    ::testing::Types<BgpLuTunnelTable, BgpLuPushTunnelTable, LdpTunnelTable, RsvpFrrTunnelTable,
+                     RsvpLerSubTunnelTable, RsvpLerTunnelTable, IsisSrTunnelTable,
+                     OspfSrTunnelTable, StaticTunnelTable, NexthopGroupTunnelTable,
+                     SrTeSegmentListTunnelTable, GreIntfTunnelTable, IpsecVtiIntfTunnelTable,
+                     IpsecGreIntfTunnelTable, EvpnVxlanTunnelTable, TiLfaTunnelTable,
+                     SrTePolicyTunnelTable, ZorbSdkSbfdSessionTunnelTable, IsisFlexAlgoTunnelTable>;
+TYPED_TEST_SUITE(TableContractTest, AllTables);
+
+// The entry with key index `i` of the table's type, as large as the type
+// allows (every array full); `gen` varies its contents.
+template <typename Table>
+typename Table::EntryType bigEntry(TunnelType type, uint64_t i, uint64_t gen) {
+  using Entry = typename Table::EntryType;
+  TunnelId id(TunnelId::convertToTunnelValue(type, i));
+  if constexpr (std::is_same_v<Entry, EvpnVxlanTunnelEntry>) {
+    Tunnel::VxlanTunnelInfo info;
+    info.vniIs(static_cast<uint32_t>(gen));
+    return Entry(id, info);
+  } else {
+    Entry e(id);
+    EntryRng rng(i * 1000 + gen);
+    EntryTraits<Entry>::randomize(e, rng, true);
+    e.tunnelIdIs(id);
+    return e;
+  }
+}
+
+struct Recorder : TunnelTableBase::NotifieeConst {
+  std::vector<TunnelId> keys;
+  void entryNotify(TunnelId const& k) override { keys.push_back(k); }
+};
+
+struct Pipe {
+  int fds[2];
+  Pipe() {
+    if (::pipe(fds) != 0) std::abort();
+  }
+  ~Pipe() {
+    ::close(fds[0]);
+    ::close(fds[1]);
+  }
+  void signal() { (void)!::write(fds[1], "x", 1); }
+  bool wait() {
+    char c;
+    return ::read(fds[0], &c, 1) == 1;
+  }
+};
+
+TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
+  using Table = TypeParam;
+  registerMountTypes();
+  auto probe = Zent::Ptr<Table>(Zent::newTracked<Table>(Zent::String("probe")));
+  TunnelTableIdentifier const id = probe->tunnelTableId();
+  TunnelType const type = probe->tableType();
+  probe = nullptr;
+
+  TamselTest::StateRoot root;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  Pipe ready, go;
+  auto e1 = bigEntry<Table>(type, 1, 1);
+  auto e2 = bigEntry<Table>(type, 2, 2);
+  auto e2b = bigEntry<Table>(type, 2, 3);
+  pid_t writer = TamselTest::forkChild([&] {
+    auto t = Zent::dynamicPtrCast<Table>(mounter.mountWriter(id));
+    if (!t) return false;
+    ready.signal();
+    go.wait();
+    t->entryIs(e1);
+    t->entryIs(e1);  // an equal rewrite is written and notified again
+    t->entryIs(e2);
+    t->entryCommit(&e2b);
+    if (!(t->entryDel(e1.tunnelId()) == e1)) return false;
+    // Absent: a default entry, counted as a delete, notified to nobody.
+    if (!(t->entryDel(TunnelId(TunnelId::convertToTunnelValue(type, 99))) ==
+          typename Table::EntryType()))
+      return false;
+    auto const& c = t->counters();
+    return c.value("entryIs") == 3 && c.value("entryDel") == 2 && c.value("entryNotify") == 5;
+  });
+  ASSERT_TRUE(ready.wait());
+  auto shadow = Zent::dynamicPtrCast<Table>(mounter.mountKeyshadow(id));
+  ASSERT_TRUE(shadow);
+  auto rec = Zent::Ptr<Recorder>(Zent::newTracked<Recorder>());
+  rec->notifierIs(shadow.ptr());
+  go.signal();
+  ASSERT_TRUE(
+      TamselTest::dispatchUntil([&] { return rec->keys.size() >= 5; }, ZentTamsel::dispatchAll));
+  EXPECT_EQ(TamselTest::waitChild(writer), 0);
+  EXPECT_EQ(rec->keys, (std::vector<TunnelId>{e1.tunnelId(), e1.tunnelId(), e2.tunnelId(),
+                                              e2.tunnelId(), e1.tunnelId()}));
+  EXPECT_EQ(shadow->entry(e2.tunnelId()), e2b);
+  EXPECT_FALSE(shadow->entryHas(e1.tunnelId()));
+  EXPECT_EQ(shadow->entryCount(), 1u);
+  EXPECT_EQ(shadow->counters().value("entryNotify"), 5u);
+  rec->notifierIs(nullptr);
+  shadow = nullptr;
+  mounter.unmount(id);
+  mounter.cleanup(id);
+  EXPECT_FALSE(std::filesystem::exists(
+      mounter.tamselMounter().dir(TunnelTableMounter::getMountInfo(id).tableInfo().mountPath())));
+  EXPECT_EQ(Zent::liveCount<Table>(), 0);
+}
+
+TEST(TableContractDeathTest, WritingThroughAKeyShadowIsRefusedByTheBinding) {
+  TamselTest::StateRoot root;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  auto writer = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
+  auto shadow = Zent::dynamicPtrCast<LdpTunnelTable>(
+      mounter.mountKeyshadow(TunnelTableIdentifier::ldpTunnelTable));
+  ASSERT_TRUE(shadow);
+  EXPECT_DEATH(shadow->entryIs(LdpTunnelTableEntry(TunnelId(1ull << 44))),
+               "safeWrite not allowed at this time, initialized:true keyNotifications:true");
+  shadow = nullptr;
+  writer = nullptr;
+  mounter.unmount(TunnelTableIdentifier::ldpTunnelTable);
+}
+
+TEST(TableStampsTest, TypesAndIdentifiersAreStampedAsListed) {
+  registerMountTypes();
+  for (int i = 1; i <= 19; ++i) {
+    auto id = static_cast<TunnelTableIdentifier>(i);
+    auto info = TunnelTableMounter::getMountInfo(id).tableInfo();
+    auto e = Zent::type(info.typeName().view())->newEntityForDir("stamp");
+    auto t = Zent::dynamicPtrCast<TunnelTableBase>(e);
+    ASSERT_TRUE(t) << info.typeName();
+    EXPECT_EQ(t->tunnelTableId(), id);
+    EXPECT_EQ(t->entryCore().spec().typeName, std::string(info.typeName().view()));
+  }
+  EXPECT_EQ(ldpTunnelTableFactory("x")->tableType(), ldpTunnel);
+  EXPECT_EQ(bgpLuTunnelTableFactory("x")->tableType(), bgpLuTunnel);
+  EXPECT_EQ(bgpLuTunnelTableFactory("x")->tunnelTableId(), TunnelTableIdentifier::bgpLuTunnelTable);
+  EXPECT_EQ(bgpLuPushTunnelTableFactory("x")->tableType(), bgpLuPushTunnel);
+  EXPECT_EQ(greIntfTunnelTableFactory("x")->tableType(), staticInterfaceTunnel);
+  EXPECT_EQ(ldpTunnelTableFactory("x")->entryDel(TunnelId(7)), LdpTunnelTableEntry());
+  EXPECT_EQ(LdpTunnelTableEntry().entryPref().value(), 55);
+}
+
+}  // namespace
