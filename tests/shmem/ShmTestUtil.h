@@ -3,6 +3,7 @@
 // test, forked children that report through their exit status, and records
 // that check themselves so a torn read cannot pass unnoticed.
 
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -65,6 +66,19 @@ inline int waitChild(pid_t pid) {
   if (WIFEXITED(status)) return WEXITSTATUS(status);
   if (WIFSIGNALED(status)) return 128 + WTERMSIG(status);
   return -1;
+}
+
+// Dispatches this process's readers until `done` holds or `timeoutMs` pass.
+// A wake-up may deliver nothing (the news was handled by an earlier one), so
+// an empty dispatch is no reason to stop.
+template <typename Done, typename Dispatch>
+bool dispatchUntil(Done&& done, Dispatch&& dispatch, int timeoutMs = 10000) {
+  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    dispatch(100);
+  }
+  return true;
 }
 
 inline uint32_t keyHash(uint64_t key) { return Zent::hashBytes(&key, sizeof(key)); }
