@@ -80,6 +80,15 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
   // Reports a corrupt record met by a mutator and stops the process: a table
   // whose shared memory is corrupt is never written further.
   [[noreturn]] void corruptionDetected(std::string const& message);
+  // A writer publishes its counters in the table, for tools in other
+  // processes ("tunnelctl counters").
+  void publishCounters() {
+    if (auto* w = entryCore().writer()) {
+      w->publishedCounterIs(0, entryIsCounter_.value());
+      w->publishedCounterIs(1, entryDelCounter_.value());
+      w->publishedCounterIs(2, entryNotifyCounter_.value());
+    }
+  }
 
   Zent::Counter& entryIsCounter_;
   Zent::Counter& entryDelCounter_;

@@ -48,6 +48,7 @@ class TunnelTableOf : public Base {
     }
     this->notify(TunnelTableBase::kEntryId, e.tunnelId());
     this->entryNotifyCounter_.inc();
+    this->publishCounters();
   }
 
   // Removes and returns the entry; a default entry, without notification,
@@ -61,9 +62,13 @@ class TunnelTableOf : public Base {
     } catch (ZentTamsel::CorruptionException const& c) {
       this->corruptionDetected(c.what());
     }
-    if (!removed) return Entry();
+    if (!removed) {
+      this->publishCounters();
+      return Entry();
+    }
     this->notify(TunnelTableBase::kEntryId, key);
     this->entryNotifyCounter_.inc();
+    this->publishCounters();
     return old;
   }
 
@@ -81,6 +86,7 @@ class TunnelTableOf : public Base {
     }
     this->notify(TunnelTableBase::kEntryId, e->tunnelId());
     this->entryNotifyCounter_.inc();
+    this->publishCounters();
   }
 
   // The entry under `key`, or a default entry when there is none.

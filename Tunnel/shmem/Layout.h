@@ -14,6 +14,7 @@ constexpr uint64_t kMagic = 0x31304c45534d4154ull;  // "TAMSEL01"
 constexpr uint32_t kLayoutVersion = 1;
 constexpr uint32_t kMaxKeySize = 64;
 constexpr uint32_t kTypeNameSize = 128;
+constexpr uint32_t kPublishedCounters = 4;
 
 enum SlotState : uint16_t {
   kSlotFree = 0,
@@ -46,7 +47,10 @@ struct FileHeader {
   uint64_t liveBytes;    // payload bytes of live records
   uint32_t writerPid;
   uint32_t quiesced;
-  uint64_t reserved[8];
+  // Counters the owning entity publishes for tools in other processes (the
+  // tunnel tables: entryIs, entryDel, entryNotify).
+  uint64_t publishedCounters[kPublishedCounters];
+  uint64_t reserved[8 - kPublishedCounters];
 };
 static_assert(std::is_standard_layout_v<FileHeader> && std::is_trivially_copyable_v<FileHeader>);
 static_assert(sizeof(FileHeader) % 64 == 0 || sizeof(FileHeader) < 512);

@@ -121,6 +121,11 @@ class Reader {
   }
 
   uint64_t count() const { return loadAcquire(header()->liveCount); }
+  uint64_t publishedCounter(uint32_t i) const {
+    return i < kPublishedCounters ? loadRelaxed(header()->publishedCounters[i]) : 0;
+  }
+  uint64_t notifications() const { return loadAcquire(header()->queueHead); }
+  uint64_t writerEpoch() const { return loadAcquire(header()->writerEpoch); }
   uint64_t liveBytes() const { return loadAcquire(header()->liveBytes); }
   uint64_t fileBytes() const { return loadAcquire(header()->fileSize); }
   uint32_t writerPid() const { return loadAcquire(header()->writerPid); }

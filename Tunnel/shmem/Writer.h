@@ -75,6 +75,10 @@ class Writer {
   }
 
   void quiescedIs(bool q);
+  // Publishes counter `i` (below kPublishedCounters) for readers and tools.
+  void publishedCounterIs(uint32_t i, uint64_t v) {
+    if (i < kPublishedCounters) storeRelaxed(header()->publishedCounters[i], v);
+  }
   bool quiesced() const { return header()->quiesced != 0; }
 
   uint64_t count() const { return header()->liveCount; }

@@ -114,6 +114,11 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   EXPECT_FALSE(shadow->entryHas(e1.tunnelId()));
   EXPECT_EQ(shadow->entryCount(), 1u);
   EXPECT_EQ(shadow->counters().value("entryNotify"), 5u);
+  // The writer's counters, as it published them for other processes.
+  auto const* published = shadow->entryCore().reader();
+  EXPECT_EQ(published->publishedCounter(0), 3u);
+  EXPECT_EQ(published->publishedCounter(1), 2u);
+  EXPECT_EQ(published->publishedCounter(2), 5u);
   rec->notifierIs(nullptr);
   shadow = nullptr;
   mounter.unmount(id);
