@@ -57,7 +57,7 @@ class TunnelId {
 
   // Every process hashes keys of shared-memory tables, so this must stay the
   // byte hash of the 8 bytes of value.
-  uint32_t hash(uint32_t seed = 0) const { return Zent::hashBytes(&value_, sizeof value_, seed); }
+  uint32_t hash(uint32_t seed = 0) const { return Zent::hashU64(value_, seed); }
   std::string stringValue() const { return std::to_string(value_); }
   explicit constexpr operator bool() const { return value_ != 0; }
 

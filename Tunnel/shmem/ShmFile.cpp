@@ -150,9 +150,14 @@ Mapping::~Mapping() { unmap(); }
 
 void Mapping::map(int fd, std::string const& path, uint64_t size, bool writable) {
   unmap();
-  reserved_ = std::max(size, kReserve);
-  void* r =
-      ::mmap(nullptr, reserved_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  // Ask for the full reservation, and settle for less where address space is
+  // limited (ulimit -v, tools that run the process under emulation).
+  void* r = MAP_FAILED;
+  for (reserved_ = std::max(size, kReserve); reserved_ >= std::max<uint64_t>(size, 1);
+       reserved_ /= 2) {
+    r = ::mmap(nullptr, reserved_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (r != MAP_FAILED) break;
+  }
   if (r == MAP_FAILED) {
     int err = errno;
     throw Error(fmt::format("cannot reserve address space for {}: {}", path, errnoText(err)), err);

@@ -24,8 +24,17 @@ SizeClasses::SizeClasses(uint32_t maxSlot) {
 }
 
 uint32_t SizeClasses::classOf(uint32_t bytes) const {
-  auto it = std::lower_bound(sizes_.begin(), sizes_.end(), bytes);
-  return static_cast<uint32_t>(it - sizes_.begin());  // count() when too large
+  // Computed rather than searched: every write asks, twice.
+  uint32_t cls;
+  if (bytes <= 1024) {
+    cls = bytes == 0 ? 0 : (bytes + 63) / 64 - 1;
+  } else {
+    uint32_t const b = bytes - 1;
+    uint32_t const p = 31 - static_cast<uint32_t>(__builtin_clz(b));  // 1024 <= 2^p <= b
+    uint32_t const base = 1u << p;
+    cls = 16 + (p - 10) * 8 + (b - base) / (base >> 3);
+  }
+  return std::min(cls, count());  // count() when too large
 }
 
 void checkPayload(TableSpec const& spec, uint32_t len) {

@@ -269,3 +269,16 @@ TEST_F(TamselTest, SymbolicLinksAndForeignFilesAreRefused) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(SizeClassesTest, ComputedClassIsTheSmallestThatFits) {
+  Tamsel::SizeClasses classes(Tamsel::slotBytesFor(8, 130160));
+  for (uint32_t bytes = 1; bytes <= classes.maxSlot() + 8; ++bytes) {
+    uint32_t expected = 0;
+    while (expected < classes.count() && classes.size(expected) < bytes) ++expected;
+    ASSERT_EQ(classes.classOf(bytes), expected) << bytes;
+  }
+}
+
+}  // namespace
