@@ -63,8 +63,8 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
     pos_ = loadAcquire(header()->queueHead);
     quiesced_ = loadAcquire(header()->quiesced) != 0;
     if (options_.keyIndex) {
-      forEach([&](void const* key, char const*, uint32_t, uint64_t version) {
-        index_[std::string(static_cast<char const*>(key), keySize_)] = version;
+      forEachSlot([&](void const* key, char const*, uint32_t, uint64_t version, uint32_t hash) {
+        index_[std::string(static_cast<char const*>(key), keySize_)] = Indexed{version, hash};
       });
     }
     if (registered_) {
@@ -192,31 +192,17 @@ void Reader::selfWake() {
                  len);
 }
 
-void Reader::keyNotified(void const* key, uint32_t hash, Handler& handler) {
-  if (options_.keyIndex) {
-    uint64_t version = 0;
-    bool present = false;
-    for (int attempt = 0;; ++attempt) {
-      uint64_t slot = 0, seq = 0;
-      int r = probe(key, hash, &slot, &seq);
-      if (r == kAbsent) break;
-      if (r == kFound) {
-        version = loadRelaxed(slotAt(slot)->version);
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(slotAt(slot)->seq) == seq) {
-          present = true;
-          break;
-        }
-      }
-      backoff(attempt);
-    }
-    std::string k(static_cast<char const*>(key), keySize_);
-    if (present) {
-      index_[std::move(k)] = version;
-    } else {
-      index_.erase(k);
-    }
+void Reader::observed(void const* key, uint32_t hash, bool present, uint64_t version) const {
+  std::string k(static_cast<char const*>(key), keySize_);
+  if (present) {
+    index_[std::move(k)] = Indexed{version, hash};
+  } else {
+    index_.erase(k);
   }
+}
+
+void Reader::keyNotified(void const* key, uint32_t hash, Handler& handler) {
+  if (options_.keyIndex) read(key, hash, [](char const*, uint32_t) {});
   handler.keyChanged(key);
 }
 
@@ -230,32 +216,36 @@ void Reader::resync(Handler& handler, bool overflow) {
     handler.resynchronised(overflow);
     return;
   }
-  // Mark every indexed key unseen by flipping a generation bit kept in the
-  // top bit of its version; versions never reach it.
+  // Mark every indexed key unseen by a bit kept in the top of its version;
+  // versions never reach it.
   constexpr uint64_t kSeen = uint64_t{1} << 63;
   std::vector<std::string> changed;
-  forEach([&](void const* key, char const*, uint32_t, uint64_t version) {
+  forEachSlot([&](void const* key, char const*, uint32_t, uint64_t version, uint32_t hash) {
     std::string k(static_cast<char const*>(key), keySize_);
-    auto it = index_.find(k);
-    if (it == index_.end()) {
-      index_.emplace(k, version | kSeen);
+    auto [it, added] = index_.try_emplace(k, Indexed{version | kSeen, hash});
+    if (added) {
       changed.push_back(std::move(k));
-    } else if ((it->second & ~kSeen) != version || (it->second & kSeen)) {
-      // A key seen twice (the scan restarted) keeps its first verdict.
-      if (!(it->second & kSeen)) changed.push_back(std::move(k));
-      it->second = version | kSeen;
-    } else {
-      it->second = version | kSeen;
+    } else if (!(it->second.version & kSeen)) {
+      // A key seen twice keeps its first verdict.
+      if (it->second.version != version) changed.push_back(std::move(k));
+      it->second = Indexed{version | kSeen, hash};
     }
   });
-  for (auto it = index_.begin(); it != index_.end();) {
-    if (it->second & kSeen) {
-      it->second &= ~kSeen;
-      ++it;
+  // A key the scan did not see may have moved behind it rather than gone:
+  // only a lookup by key tells. Either way it is reported.
+  std::vector<std::pair<std::string, uint32_t>> unseen;
+  for (auto& [k, v] : index_) {
+    if (v.version & kSeen) {
+      v.version &= ~kSeen;
     } else {
-      changed.push_back(it->first);
-      it = index_.erase(it);
+      unseen.emplace_back(k, v.hash);
     }
+  }
+  for (auto const& [k, hash] : unseen) {
+    uint64_t before = index_[k].version;
+    read(k.data(), hash, [](char const*, uint32_t) {});  // updates or drops the entry
+    auto it = index_.find(k);
+    if (it == index_.end() || it->second.version != before) changed.push_back(k);
   }
   for (auto const& k : changed) handler.keyChanged(k.data());
   handler.resynchronised(overflow);

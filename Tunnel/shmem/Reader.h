@@ -66,14 +66,21 @@ class Reader {
     for (int attempt = 0;; ++attempt) {
       uint64_t slot = 0, seq = 0;
       int r = probe(key, hash, &slot, &seq);
-      if (r == kAbsent) return false;
+      if (r == kAbsent) {
+        if (options_.keyIndex) observed(key, hash, false, 0);
+        return false;
+      }
       if (r == kFound) {
         SlotHeader const* s = slotAt(slot);
         uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+        uint64_t version = loadRelaxed(s->version);
         fn(at(slot) + payloadOffset_, len);
         std::atomic_thread_fence(std::memory_order_acquire);
         if (loadRelaxed(s->seq) == seq) {
           lastSlot_ = slot;
+          // What this process last saw of the key: a resynchronisation
+          // reports it again if the table moves away from it.
+          if (options_.keyIndex) observed(key, hash, true, version);
           return true;
         }
       }
@@ -93,31 +100,9 @@ class Reader {
   // published since just before it is complete.
   template <typename Fn>
   void forEach(Fn&& fn) const {
-    std::vector<char> buf;
-    std::vector<char> key(keySize_);
-    uint64_t off = header()->heapOffset;
-    uint64_t end = loadAcquire(header()->heapEnd);
-    if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
-    while (off < end) {
-      SlotHeader const* s = slotAt(off);
-      uint32_t size = loadRelaxed(s->slotSize);
-      if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
-        throw corruptAt(off, "slot size");
-      }
-      uint32_t seq = loadAcquire(s->seq);
-      if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
-        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
-        buf.resize(len);
-        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
-        std::memcpy(buf.data(), at(off) + payloadOffset_, len);
-        uint64_t version = loadRelaxed(s->version);
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(s->seq) == seq) {
-          fn(static_cast<void const*>(key.data()), buf.data(), len, version);
-        }
-      }
-      off += size;
-    }
+    forEachSlot([&](void const* key, char const* rec, uint32_t len, uint64_t version, uint32_t) {
+      fn(key, rec, len, version);
+    });
   }
 
   uint64_t count() const { return loadAcquire(header()->liveCount); }
@@ -175,6 +160,38 @@ class Reader {
   bool mapped(uint64_t end) const;
   int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
   Error corruptAt(uint64_t off, const char* what) const;
+  // forEach, with each key's hash as a fifth argument.
+  template <typename Fn>
+  void forEachSlot(Fn&& fn) const {
+    std::vector<char> buf;
+    std::vector<char> key(keySize_);
+    uint64_t off = header()->heapOffset;
+    uint64_t end = loadAcquire(header()->heapEnd);
+    if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
+    while (off < end) {
+      SlotHeader const* s = slotAt(off);
+      uint32_t size = loadRelaxed(s->slotSize);
+      if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
+        throw corruptAt(off, "slot size");
+      }
+      uint32_t seq = loadAcquire(s->seq);
+      if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
+        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+        buf.resize(len);
+        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
+        std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+        uint64_t version = loadRelaxed(s->version);
+        uint32_t hash = loadRelaxed(s->hash);
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (loadRelaxed(s->seq) == seq) {
+          fn(static_cast<void const*>(key.data()), buf.data(), len, version, hash);
+        }
+      }
+      off += size;
+    }
+  }
+  // Records what this process saw of `key`: its version, or its absence.
+  void observed(void const* key, uint32_t hash, bool present, uint64_t version) const;
   static void backoff(int attempt);
 
   void resync(Handler& handler, bool overflow);
@@ -200,7 +217,13 @@ class Reader {
   uint64_t overflows_ = 0;
   uint64_t resyncs_ = 0;
   mutable uint64_t lastSlot_ = 0;
-  std::unordered_map<std::string, uint64_t> index_;
+  struct Indexed {
+    uint64_t version;
+    uint32_t hash;
+  };
+  // key -> what this process last saw of it (a lookup, a notification or a
+  // resynchronisation).
+  mutable std::unordered_map<std::string, Indexed> index_;
   std::vector<char> batch_;
 };
 
