@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -129,7 +130,13 @@ class RecordReader {
   bool skipZeros(uint64_t n) {
     unsigned char const* p = take(n);
     if (!p) return false;
-    for (uint64_t i = 0; i < n; ++i) {
+    // A word at a time: every base record has hundreds of bytes of fill.
+    uint64_t i = 0;
+    for (uint64_t w = 0; i + sizeof w <= n; i += sizeof w) {
+      std::memcpy(&w, p + i, sizeof w);
+      if (w) return failBack(n);
+    }
+    for (; i < n; ++i) {
       if (p[i]) return failBack(n);
     }
     return true;
@@ -155,19 +162,58 @@ class RecordReader {
   // `a` unchanged.
   template <typename Array>
   void getList(Array& a) {
-    using T = typename Array::value_type;
     uint32_t n = 0;
     if (!get(n)) return;
+    getElements(a, n);
+  }
+
+  // Replaces the contents of `a` with the next n raw element records, which
+  // are copied, not checked (deserializeLen checks them). A count over the
+  // capacity throws before `a` changes; a short buffer fails the reader and
+  // leaves `a` unchanged.
+  template <typename Array>
+  void getElements(Array& a, uint32_t n) {
+    using T = typename Array::value_type;
     Array::validateSize(n);
     unsigned char const* p = take(uint64_t{n} * sizeof(T));
     if (!p) return;
-    a.clear();
-    T v;
-    for (uint32_t i = 0; i < n; ++i) {
-      // Element records may sit at any offset: copy each out before use.
-      std::memcpy(static_cast<void*>(&v), p + uint64_t{i} * sizeof(T), sizeof(T));
-      a.push(v);
+    if constexpr (alignof(T) == 1) {
+      a.set(n, reinterpret_cast<T const*>(p));
+    } else {
+      // Element records may sit at any offset: a batch of them is copied out
+      // into aligned storage, then appended. Fixed-size copies stay cheap for
+      // a single element, and a batch is written before any of it is read.
+      constexpr uint32_t kBatch = sizeof(T) >= 4096 ? 1 : 4096 / sizeof(T);
+      alignas(T) unsigned char stage[kBatch * sizeof(T)];
+      a.clear();
+      for (uint32_t i = 0; i < n; i += kBatch) {
+        uint32_t const k = n - i < kBatch ? n - i : kBatch;
+        for (uint32_t j = 0; j < k; ++j) {
+          std::memcpy(stage + j * sizeof(T), p + (uint64_t{i} + j) * sizeof(T), sizeof(T));
+        }
+        T const* v = std::launder(reinterpret_cast<T const*>(stage));
+        for (uint32_t j = 0; j < k; ++j) a.push(v[j]);
+      }
     }
+  }
+
+  // A reader of the next n bytes, a fixed-size part of the record, or a
+  // failed one when they are not there; join() it back when done. A local
+  // reader keeps its state in registers, while one reached through a
+  // reference is reloaded after every store into the entry.
+  RecordReader part(uint64_t n) {
+    uint64_t const at = pos_;
+    unsigned char const* p = take(n);
+    RecordReader sub(p, p ? n : 0);
+    sub.origin_ = at;
+    sub.ok_ = p != nullptr;
+    return sub;
+  }
+  // Takes over the first failure of a reader made by part().
+  void join(RecordReader const& sub) {
+    if (sub.ok_ || !ok_) return;
+    ok_ = false;
+    failedAt_ = sub.origin_ + sub.failedAt_;
   }
 
   // For deserialize(): throws RecordError naming the type and the offset of
@@ -199,6 +245,7 @@ class RecordReader {
   uint64_t len_;
   uint64_t pos_ = 0;
   uint64_t failedAt_ = 0;
+  uint64_t origin_ = 0;  // where a part() reader starts in its whole record
   bool ok_ = true;
 };
 

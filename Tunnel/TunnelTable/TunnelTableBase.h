@@ -58,6 +58,8 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
                                           size_t max = SIZE_MAX) const = 0;
   // The canonical text of the entry under `key`; empty when absent.
   virtual std::string entryText(TunnelId const& key) const = 0;
+  // The entry's indented dump lines (indent 2); empty when absent.
+  virtual std::string entryDumpText(TunnelId const& key) const = 0;
   virtual ZentTamsel::TamselMapCore& entryCore() = 0;
   ZentTamsel::TamselMapCore const& entryCore() const {
     return const_cast<TunnelTableBase*>(this)->entryCore();

@@ -9,6 +9,31 @@ namespace {
 constexpr uint32_t kEndpointRecordLen = Vorn::IpGenPrefix::kRecordSize;
 constexpr uint32_t kReservedLen = 12;
 
+// The checks of deserializeLenBase, on the base record's own reader.
+void checkBaseRecord(RecordReader& r) {
+  r.get<TunnelId>();
+  r.get<TunnelId>();
+  r.get<TunnelEntryPref>();
+  r.get<uint32_t>();
+  r.get<TunnelBandwidth>();
+  r.get<bool>();
+  uint8_t const endpoints = r.get<uint8_t>();
+  if (endpoints > EndpointArray::capacity) {
+    r.fail();
+    return;
+  }
+  for (uint32_t i = 0; i < endpoints; ++i) r.get<Vorn::IpGenPrefix>();
+  r.skipZeros(kEndpointRecordLen * (EndpointArray::capacity - endpoints));
+  uint8_t const nameLen = r.get<uint8_t>();
+  if (nameLen > NameArray::capacity) {
+    r.fail();
+    return;
+  }
+  r.skip(nameLen);
+  r.skipZeros(NameArray::capacity - nameLen);
+  r.skipZeros(kReservedLen);
+}
+
 }  // namespace
 
 TunnelTableEntry::TunnelTableEntry(Zent::String::IteratorConst&,
@@ -107,32 +132,15 @@ void TunnelTableEntry::serializeBase(RecordWriter& w) const {
   w.putZeros(kReservedLen);
 }
 
-uint32_t TunnelTableEntry::deserializeLenBase(RecordReader& r) {
-  r.get<TunnelId>();
-  r.get<TunnelId>();
-  r.get<TunnelEntryPref>();
-  r.get<uint32_t>();
-  r.get<TunnelBandwidth>();
-  r.get<bool>();
-  uint8_t const endpoints = r.get<uint8_t>();
-  if (endpoints > EndpointArray::capacity) {
-    r.fail();
-    return 0;
-  }
-  for (uint32_t i = 0; i < endpoints; ++i) r.get<Vorn::IpGenPrefix>();
-  r.skipZeros(kEndpointRecordLen * (EndpointArray::capacity - endpoints));
-  uint8_t const nameLen = r.get<uint8_t>();
-  if (nameLen > NameArray::capacity) {
-    r.fail();
-    return 0;
-  }
-  r.skip(nameLen);
-  r.skipZeros(NameArray::capacity - nameLen);
-  r.skipZeros(kReservedLen);
-  return r.ok() ? kBaseRecordLen : 0;
+uint32_t TunnelTableEntry::deserializeLenBase(RecordReader& whole) {
+  RecordReader r = whole.part(kBaseRecordLen);
+  checkBaseRecord(r);
+  whole.join(r);
+  return whole.ok() ? kBaseRecordLen : 0;
 }
 
-void TunnelTableEntry::deserializeBase(RecordReader& r) {
+void TunnelTableEntry::deserializeBase(RecordReader& whole) {
+  RecordReader r = whole.part(kBaseRecordLen);
   r.get(tunnelId_);
   r.get(nexthopTunnelId_);
   r.get(entryPref_);
@@ -140,22 +148,13 @@ void TunnelTableEntry::deserializeBase(RecordReader& r) {
   r.get(tunnelBw_);
   r.get(viasOrdered_);
   uint8_t const endpoints = r.get<uint8_t>();
-  EndpointArray::validateSize(endpoints);
-  endpoint_.clear();
-  Vorn::IpGenPrefix p;
-  for (uint32_t i = 0; i < endpoints; ++i) {
-    if (r.get(p)) endpoint_.push(p);
-  }
+  r.getElements(endpoint_, endpoints);
   r.skip(kEndpointRecordLen * (EndpointArray::capacity - endpoints));
   uint8_t const nameLen = r.get<uint8_t>();
-  NameArray::validateSize(nameLen);
-  name_.clear();
-  uint8_t b = 0;
-  for (uint32_t i = 0; i < nameLen; ++i) {
-    if (r.get(b)) name_.push(b);
-  }
+  r.getElements(name_, nameLen);
   r.skip(NameArray::capacity - nameLen);
   r.skip(kReservedLen);
+  whole.join(r);
 }
 
 }  // namespace Tunnel::TunnelTable

@@ -116,8 +116,10 @@ class TunnelTableEntry {
 
   void serialize(void* buf) const;
   uint32_t serializeLen() const { return kBaseRecordLen; }
-  // Assumes deserializeLen accepted the buffer; throws RecordError otherwise
-  // (the entry may then be partly overwritten, never past an array's end).
+  // Assumes deserializeLen accepted the buffer: a short buffer or a bad scalar
+  // throws RecordError and a count over an array's capacity the range
+  // exception (the entry may then be partly overwritten, never past an array's
+  // end), but array elements and fill bytes are copied or skipped unchecked.
   void deserialize(void const* buf, unsigned len);
   // The record's length, or 0 when [buf, buf + len) holds no valid record.
   // Reads nothing outside that range.

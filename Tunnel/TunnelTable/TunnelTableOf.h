@@ -6,9 +6,11 @@
 // entryIs writes and notifies even when the stored entry is equal: readers
 // rely on a notification per write.
 
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "Tunnel/TunnelTable/DumpContext.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/TypeRegistry.h"
 #include "Tunnel/shmem/ZentTamselMap.h"
@@ -103,6 +105,19 @@ class TunnelTableOf : public Base {
   std::string entryText(TunnelId const& key) const override {
     Entry e;
     return entry_.lookup(key, e) ? e.stringValue() : std::string();
+  }
+  // Entry types without a dump form show their canonical text as one line.
+  std::string entryDumpText(TunnelId const& key) const override {
+    Entry e;
+    if (!entry_.lookup(key, e)) return std::string();
+    std::ostringstream out;
+    DumpContext ctx(out);
+    if constexpr (requires { e.dumpState(&ctx, 2); }) {
+      e.dumpState(&ctx, 2);
+    } else {
+      dumpf(&ctx, 2, "{}\n", e.stringValue());
+    }
+    return out.str();
   }
 
   // Detaches the binding before the table's memory goes.

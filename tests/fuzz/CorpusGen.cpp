@@ -1,0 +1,68 @@
+// Writes the seed corpus of the entry record fuzzer: for every entry type its
+// default entry, the contract suite's small entry, two random entries and one
+// with every array full, each as the selector byte and the entry's record.
+// Run it again after a record layout changes:
+//   build/asan/tests/fuzz/entry_record_corpus tests/fuzz/corpus
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/fuzz/EntryRecordFuzz.h"
+
+namespace Tunnel::TunnelTable::fuzz {
+namespace {
+
+namespace fs = std::filesystem;
+
+template <typename T>
+void writeSeed(fs::path const& dir, size_t index, std::string const& variant, T const& e) {
+  std::vector<char> bytes(1 + e.serializeLen());
+  bytes[0] = static_cast<char>(index);
+  e.serialize(bytes.data() + 1);
+  std::string name(entryTypeName(index));
+  name = name.substr(name.rfind(':') + 1);
+  char prefix[8];
+  std::snprintf(prefix, sizeof prefix, "%02zu-", index);
+  std::ofstream(dir / (prefix + name + "-" + variant), std::ios::binary)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+template <typename T>
+void writeSeeds(fs::path const& dir, size_t index) {
+  using Traits = test::EntryTraits<T>;
+  test::EntryRng rng(0xc0de + static_cast<uint32_t>(index));
+  writeSeed(dir, index, "default", *std::make_unique<T>());
+  writeSeed(dir, index, "small", *std::make_unique<T>(Traits::small()));
+  for (int i = 0; i < 2; ++i) {
+    auto e = std::make_unique<T>();
+    Traits::randomize(*e, rng, false);
+    writeSeed(dir, index, "random" + std::to_string(i), *e);
+  }
+  auto full = std::make_unique<T>();
+  Traits::randomize(*full, rng, true);
+  writeSeed(dir, index, "full", *full);
+}
+
+template <size_t... I>
+void writeAll(fs::path const& dir, std::index_sequence<I...>) {
+  (writeSeeds<std::tuple_element_t<I, FuzzedEntryTypes>>(dir, I), ...);
+}
+
+}  // namespace
+}  // namespace Tunnel::TunnelTable::fuzz
+
+int main(int argc, char** argv) {
+  using namespace Tunnel::TunnelTable::fuzz;
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s <corpus directory>\n", argv[0]);
+    return 2;
+  }
+  std::filesystem::create_directories(argv[1]);
+  writeAll(argv[1], std::make_index_sequence<kEntryTypeCount>());
+  return 0;
+}

@@ -1,0 +1,109 @@
+// Fuzzes the record code of every tunnel table entry type. Arbitrary bytes
+// are refused or accepted without a read outside the buffer; an accepted
+// record reads back into a value that writes the very same bytes, and reading
+// those again gives an equal value. Built as a libFuzzer target with clang and
+// replayed over the committed corpus by every test build.
+
+#include "tests/fuzz/EntryRecordFuzz.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <utility>
+
+#include "Tunnel/TunnelTable/RecordIo.h"
+#include "Tunnel/framework/Range.h"
+
+namespace Tunnel::TunnelTable::fuzz {
+namespace {
+
+std::array<size_t, kEntryTypeCount> acceptedCounts{};
+
+template <size_t... I>
+constexpr std::array<std::string_view, kEntryTypeCount> typeNames(std::index_sequence<I...>) {
+  return {std::string_view(std::tuple_element_t<I, FuzzedEntryTypes>::kTypeName)...};
+}
+constexpr auto kTypeNames = typeNames(std::make_index_sequence<kEntryTypeCount>());
+
+// A broken property is a crash to the fuzzer, which then keeps the input.
+[[noreturn]] void failed(std::string_view type, char const* what, size_t len) {
+  std::fprintf(stderr, "%.*s: record of %zu bytes: failed: %s\n", static_cast<int>(type.size()),
+               type.data(), len, what);
+  std::abort();
+}
+
+#define FUZZ_CHECK(cond) ((cond) ? void() : failed(T::kTypeName, #cond, n))
+
+// A heap block holding exactly these bytes: ASan flags any read past its end.
+std::unique_ptr<unsigned char[]> exactCopy(unsigned char const* p, size_t n) {
+  std::unique_ptr<unsigned char[]> b(new unsigned char[n]);
+  if (n) std::memcpy(b.get(), p, n);
+  return b;
+}
+
+template <typename T>
+void fuzzRecord(size_t index, unsigned char const* data, unsigned n) {
+  auto const rec = exactCopy(data, n);
+  // deserializeLen reads no state of its entry: one default entry serves.
+  static T const* const probe = new T();
+  uint32_t const len = probe->deserializeLen(rec.get(), n);
+  if (len == 0) {
+    // Refused bytes may still be handed to deserialize: it may throw, or read
+    // values that make no sense, but stays inside the buffer and the arrays.
+    auto const e = std::make_unique<T>();
+    try {
+      e->deserialize(rec.get(), n);
+    } catch (RecordError const&) {
+    } catch (Zent::RangeException const&) {
+    }
+    return;
+  }
+  ++acceptedCounts[index];
+  FUZZ_CHECK(len <= n);
+  // Whether a record is valid does not depend on the bytes after it.
+  auto const exact = exactCopy(data, len);
+  FUZZ_CHECK(probe->deserializeLen(exact.get(), len) == len);
+
+  // An accepted record reads without throwing (an escaping exception aborts).
+  auto const e = std::make_unique<T>();
+  e->deserialize(exact.get(), len);
+  FUZZ_CHECK(e->serializeLen() == len);
+  // Filled first, so that a byte serialize leaves unwritten shows.
+  std::unique_ptr<unsigned char[]> const again(new unsigned char[len]);
+  std::memset(again.get(), 0xa5, len);
+  e->serialize(again.get());
+  // Records are canonical: the value read writes back the bytes it came from.
+  FUZZ_CHECK(std::memcmp(again.get(), exact.get(), len) == 0);
+
+  auto const back = std::make_unique<T>();
+  back->deserialize(again.get(), len);
+  FUZZ_CHECK(*back == *e);
+  FUZZ_CHECK(back->hash() == e->hash());
+  FUZZ_CHECK(back->stringValue() == e->stringValue());
+}
+
+#undef FUZZ_CHECK
+
+template <size_t... I>
+void fuzzType(size_t index, unsigned char const* data, unsigned n, std::index_sequence<I...>) {
+  ((index == I ? fuzzRecord<std::tuple_element_t<I, FuzzedEntryTypes>>(I, data, n) : void()), ...);
+}
+
+}  // namespace
+
+std::string_view entryTypeName(size_t index) { return kTypeNames.at(index); }
+
+size_t acceptedRecords(size_t index) { return acceptedCounts.at(index); }
+
+}  // namespace Tunnel::TunnelTable::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+  using namespace Tunnel::TunnelTable::fuzz;
+  if (size == 0 || size - 1 > std::numeric_limits<unsigned>::max()) return 0;
+  fuzzType(entryTypeIndex(data[0]), data + 1, static_cast<unsigned>(size - 1),
+           std::make_index_sequence<kEntryTypeCount>());
+  return 0;
+}
