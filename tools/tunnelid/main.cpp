@@ -13,6 +13,7 @@
 #include "Tunnel/TunnelTableKeepdbTypes/TunnelType.h"
 #include "Tunnel/framework/Range.h"
 #include "Tunnel/framework/Text.h"
+#include "tools/tunnelctl/TunnelIdText.h"
 
 using namespace Tunnel::TunnelTable;
 
@@ -28,22 +29,6 @@ void listTypes() {
     fmt::print("{:>5}  {:<26} {:<18} {}\n", t, stringValue(type),
                TunnelId::tunnelTypeToCliStrep(type, false), getDefaultPrefForType(type).value());
   }
-}
-
-TunnelId parseId(std::string_view text) {
-  auto colon = text.find(':');
-  if (colon == std::string_view::npos) {
-    return TunnelId(Zent::parseUnsignedText<uint64_t>(text, "tunnel id"));
-  }
-  TunnelType type{};
-  if (!sequenceToValue(text.substr(0, colon), type)) {
-    throw Zent::ParseError(fmt::format("unknown tunnel type '{}'", text.substr(0, colon)));
-  }
-  uint64_t index = Zent::parseUnsignedText<uint64_t>(text.substr(colon + 1), "tunnel index");
-  if (index > 0x7ffffffffffull) {
-    throw Zent::ParseError(fmt::format("index {} does not fit in 43 bits", index));
-  }
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
 }
 
 void describe(TunnelId id) {
@@ -70,14 +55,14 @@ int main(int argc, char** argv) {
     fmt::print("\nexamples:\n");
     for (auto text : {"ldpTunnel:7", "isisFlexAlgoTunnel:0x7ffffffff", "0x1ffffffffffff"}) {
       fmt::print("  {:<34} -> ", text);
-      describe(parseId(text));
+      describe(TunnelTool::parseTunnelIdText(text));
     }
     return 0;
   }
   int rc = 0;
   for (int i = 1; i < argc; ++i) {
     try {
-      describe(parseId(argv[i]));
+      describe(TunnelTool::parseTunnelIdText(argv[i]));
     } catch (std::exception const& e) {
       std::fprintf(stderr, "tunnelid: %s: %s\n", argv[i], e.what());
       rc = 1;

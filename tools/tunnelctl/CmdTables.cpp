@@ -1,0 +1,80 @@
+// tunnelctl tables: every table under a state root with its entry type, size
+// and writer, read from the table files alone.
+
+#include <algorithm>
+#include <cstdio>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/tunnelctl/Commands.h"
+#include "tools/tunnelctl/TableAccess.h"
+
+namespace TunnelCtl {
+
+namespace {
+
+void printJson(std::vector<TableFile> const& tables) {
+  auto all = nlohmann::ordered_json::array();
+  for (auto const& t : tables) {
+    nlohmann::ordered_json j;
+    j["name"] = t.name;
+    j["mountPath"] = t.mountPath;
+    if (!t.error.empty()) {
+      j["error"] = t.error;
+    } else {
+      j["typeName"] = t.typeName;
+      j["entryType"] = t.entryType;
+      j["entries"] = t.entries;
+      j["liveBytes"] = t.liveBytes;
+      j["writerPid"] = t.writerPid;
+      j["writerAlive"] = t.writerAlive;
+    }
+    all.push_back(j);
+  }
+  fmt::print("{}\n", all.dump(2));
+}
+
+void printTable(std::string const& root, std::vector<TableFile> const& tables) {
+  fmt::print("state root {}: {} table{}\n", root, tables.size(), tables.size() == 1 ? "" : "s");
+  if (tables.empty()) return;
+  size_t nameW = 5, pathW = 4, typeW = 10;
+  for (auto const& t : tables) {
+    nameW = std::max(nameW, t.name.size());
+    pathW = std::max(pathW, t.mountPath.size());
+    typeW = std::max(typeW, t.entryType.size());
+  }
+  fmt::print("{:<{}}  {:<{}}  {:<{}}  {:>8}  {:>11}  {}\n", "TABLE", nameW, "PATH", pathW,
+             "ENTRY TYPE", typeW, "ENTRIES", "BYTES", "WRITER");
+  for (auto const& t : tables) {
+    if (!t.error.empty()) {
+      fmt::print("{:<{}}  {:<{}}  {}\n", t.name, nameW, t.mountPath, pathW, t.error);
+      continue;
+    }
+    std::string type = t.entryType.empty() ? "(unknown: " + t.typeName + ")" : t.entryType;
+    fmt::print("{:<{}}  {:<{}}  {:<{}}  {:>8}  {:>11}  {}\n", t.name, nameW, t.mountPath, pathW,
+               type, typeW, t.entries, t.liveBytes, writerText(t));
+  }
+}
+
+}  // namespace
+
+int runTables(TablesOptions const& o) {
+  std::vector<TableFile> tables = listTables(o.root);
+  if (o.json) {
+    printJson(tables);
+  } else {
+    printTable(o.root, tables);
+  }
+  std::fflush(stdout);
+  int rc = kExitOk;
+  for (auto const& t : tables) {
+    if (!t.error.empty()) {
+      printError(t.error);
+      rc = kExitRuntime;
+    }
+  }
+  return rc;
+}
+
+}  // namespace TunnelCtl

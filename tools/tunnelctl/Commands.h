@@ -1,0 +1,63 @@
+#pragma once
+// The tunnelctl commands, each given its parsed options and returning the
+// process's exit code. They throw UsageError or CtlError (CtlCommon.h) for
+// main to report.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/tunnelctl/CtlCommon.h"
+#include "tools/tunnelctl/Render.h"
+
+namespace TunnelCtl {
+
+struct TablesOptions {
+  std::string root = kDefaultStateRoot;
+  bool json = false;
+};
+int runTables(TablesOptions const& o);
+
+struct ShowOptions {
+  std::string root = kDefaultStateRoot;
+  std::string table;
+  std::vector<std::string> ids;  // as typed; parsed by the command
+  EntryForm form = EntryForm::text;
+};
+int runShow(ShowOptions const& o);
+
+struct WatchOptions {
+  std::string root = kDefaultStateRoot;
+  std::string table;
+  bool json = false;
+};
+int runWatch(WatchOptions const& o);
+
+struct CountersOptions {
+  std::string root = kDefaultStateRoot;
+  std::string table;
+  bool json = false;
+};
+int runCounters(CountersOptions const& o);
+
+struct RedistOptions {
+  std::string root = kDefaultStateRoot;
+  std::string protocol;
+  bool watch = false;
+  bool json = false;
+};
+int runRedist(RedistOptions const& o);
+
+struct DemoOptions {
+  std::string root = kDefaultStateRoot;
+  uint32_t tunnels = 10000;
+  double seconds = 3;
+  // Churn writes per second per producer: a pace the consumer keeps up with
+  // on a small machine, so that latency measures notification, not backlog.
+  // 0 writes as fast as it can.
+  uint32_t rate = 20000;
+  bool keep = false;
+};
+int runDemo(DemoOptions const& o);
+
+}  // namespace TunnelCtl

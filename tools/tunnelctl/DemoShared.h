@@ -1,0 +1,112 @@
+#pragma once
+// What the demo's processes share besides the tunnel tables: one anonymous
+// shared mapping, made before the fork, with each process's status for the
+// progress lines, the consumer's results for the summary, and per tunnel the
+// time its producer last wrote it, from which the consumer measures how long
+// a notification took to reach it.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace TunnelCtl::Demo {
+
+inline constexpr int kProducers = 3;  // LDP, IS-IS SR, BGP-LU, in RedistProtocol order
+inline constexpr int kConsumer = 3;   // the slot of the consumer's status
+
+enum class Phase : uint32_t {
+  starting,
+  waiting,    // producer: mounted, waits for the consumer
+  loading,    // producer: publishing its tunnels
+  loaded,     // producer: published, waits until the consumer has caught up
+  churning,   // producer: changing them
+  finished,   // producer: done writing, keeps its table until told to go
+  following,  // consumer: running the machines
+  settling,   // consumer: producers finished, draining notifications
+  verifying,  // consumer: comparing configurations with the tables
+  done,       // consumer: results published
+  failed,     // see message
+};
+const char* phaseText(Phase p);
+
+struct ProcStatus {
+  std::atomic<int32_t> pid{0};
+  std::atomic<uint32_t> phase{0};
+  // Producer: live tunnels. Consumer: redistribution members of all three.
+  std::atomic<uint64_t> tunnels{0};
+  // Producer: entryIs and entryDel calls. Consumer: notifications handled.
+  std::atomic<uint64_t> writes{0};
+  // Producer: writes while churning, and when churning began and ended.
+  std::atomic<uint64_t> churnWrites{0};
+  std::atomic<int64_t> churnStartNs{0};
+  std::atomic<int64_t> churnEndNs{0};
+  // Producer: memberDigest of every tunnel it left in its table.
+  std::atomic<uint64_t> digest{0};
+  // Consumer: redistribution entries of all three.
+  std::atomic<uint64_t> entries{0};
+  char message[240] = {};
+
+  Phase phaseNow() const { return static_cast<Phase>(phase.load(std::memory_order_acquire)); }
+  void phaseIs(Phase p) { phase.store(static_cast<uint32_t>(p), std::memory_order_release); }
+  void fail(const char* text);
+};
+
+// The consumer's findings for one protocol.
+struct ProtocolResult {
+  std::atomic<uint64_t> tableEntries{0};
+  std::atomic<uint64_t> redistEntries{0};
+  std::atomic<uint64_t> members{0};
+  std::atomic<uint64_t> notifications{0};
+  std::atomic<uint32_t> matchesTable{0};     // configuration == what the table implies
+  std::atomic<uint32_t> matchesProducer{0};  // and its digest == the producer's own
+  std::atomic<uint64_t> sampleTunnel{0};     // a tunnel id present at the end, for `show`
+};
+
+struct LatencyResult {
+  std::atomic<uint64_t> samples{0};
+  std::atomic<uint64_t> p50Ns{0};
+  std::atomic<uint64_t> p99Ns{0};
+  std::atomic<uint64_t> maxNs{0};
+};
+
+struct SharedHeader {
+  ProcStatus proc[kProducers + 1];
+  ProtocolResult result[kProducers];
+  LatencyResult loadLatency;
+  LatencyResult churnLatency;
+  std::atomic<int64_t> followStartNs{0};
+  std::atomic<int64_t> followEndNs{0};
+  std::atomic<uint32_t> consumerReady{0};
+  // The consumer has taken in the initial load: churn starts from a steady
+  // state, so its latencies are not those of the load's backlog.
+  std::atomic<uint32_t> churnGo{0};
+  std::atomic<uint32_t> shutdown{0};
+};
+
+class SharedRegion {
+ public:
+  // Room for the stamps of tunnel indexes 1..tunnels of each producer.
+  explicit SharedRegion(uint32_t tunnels);
+  ~SharedRegion();
+  SharedRegion(SharedRegion const&) = delete;
+  SharedRegion& operator=(SharedRegion const&) = delete;
+
+  SharedHeader& header() const { return *header_; }
+  uint32_t tunnels() const { return tunnels_; }
+  // When producer `producer` last wrote tunnel index `index`; 0 never.
+  std::atomic<int64_t>& stamp(int producer, uint64_t index) const {
+    return stamps_[static_cast<size_t>(producer) * (tunnels_ + 1) + index];
+  }
+
+ private:
+  void* base_ = nullptr;
+  size_t size_ = 0;
+  uint32_t tunnels_;
+  SharedHeader* header_ = nullptr;
+  std::atomic<int64_t>* stamps_ = nullptr;
+};
+
+// CLOCK_MONOTONIC in nanoseconds: one clock for every process of the host.
+int64_t nowNs();
+
+}  // namespace TunnelCtl::Demo

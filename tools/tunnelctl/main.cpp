@@ -1,0 +1,120 @@
+// tunnelctl: the operator's view of the shared-memory tunnel tables under a
+// state root: which tables there are, their entries, their changes as they
+// happen, their writers' counters, the redistribution they imply, and a demo
+// that runs producers and a consumer against each other.
+
+#include <CLI/CLI.hpp>
+
+#include "Tunnel/shmem/ShmFile.h"
+#include "tools/tunnelctl/Commands.h"
+
+using namespace TunnelCtl;
+
+namespace {
+
+void addRoot(CLI::App* cmd, std::string& root) {
+  cmd->add_option("--root", root, "State root the tables are mounted under")->capture_default_str();
+}
+
+// --dump and --json, at most one of them.
+void addForms(CLI::App* cmd, EntryForm& form) {
+  auto* dump = cmd->add_flag_callback(
+      "--dump", [&form] { form = EntryForm::dump; }, "Entries in the indented dump form");
+  auto* json = cmd->add_flag_callback(
+      "--json", [&form] { form = EntryForm::json; },
+      "Entries as JSON (field names as in the canonical text)");
+  dump->excludes(json);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"The operator's view of shared-memory tunnel tables.", "tunnelctl"};
+  app.require_subcommand(1);
+  app.footer("Run 'tunnelctl COMMAND --help' for a command's options.");
+
+  TablesOptions tables;
+  auto* tablesCmd = app.add_subcommand("tables", "List every table under the state root");
+  addRoot(tablesCmd, tables.root);
+  tablesCmd->add_flag("--json", tables.json, "As JSON");
+
+  ShowOptions show;
+  auto* showCmd =
+      app.add_subcommand("show", "Show the entries of a table (canonical text by default)");
+  showCmd->add_option("table", show.table, "Table name (as 'tables' lists it)")->required();
+  showCmd->add_option("tunnel-id", show.ids,
+                      "Tunnel ids: a number (decimal or 0x hex) or TYPE:INDEX (ldpTunnel:7)");
+  addForms(showCmd, show.form);
+  addRoot(showCmd, show.root);
+
+  WatchOptions watch;
+  auto* watchCmd = app.add_subcommand(
+      "watch", "Follow a table as a key shadow and print every change until interrupted");
+  watchCmd->add_option("table", watch.table, "Table name")->required();
+  watchCmd->add_flag("--json", watch.json, "One JSON object per change");
+  addRoot(watchCmd, watch.root);
+
+  CountersOptions counters;
+  auto* countersCmd = app.add_subcommand("counters", "The counters a table's writer publishes");
+  countersCmd->add_option("table", counters.table, "Table name")->required();
+  countersCmd->add_flag("--json", counters.json, "As JSON");
+  addRoot(countersCmd, counters.root);
+
+  RedistOptions redist;
+  auto* redistCmd = app.add_subcommand(
+      "redist",
+      "Run a protocol's redistribution machine over its table and print the configuration");
+  redistCmd->add_option("protocol", redist.protocol, "ldp, isis-sr or bgp-lu")->required();
+  redistCmd->add_flag("--watch", redist.watch, "Keep following the table; reprint on change");
+  redistCmd->add_flag("--json", redist.json, "As JSON");
+  addRoot(redistCmd, redist.root);
+
+  DemoOptions demo;
+  auto* demoCmd = app.add_subcommand(
+      "demo", "Run LDP, IS-IS SR and BGP-LU producers and a redistribution consumer, then report");
+  demoCmd->add_option("--tunnels", demo.tunnels, "Tunnels per table")->capture_default_str();
+  demoCmd->add_option("--seconds", demo.seconds, "Seconds of churn")->capture_default_str();
+  demoCmd->add_option("--rate", demo.rate, "Churn writes per second per producer (0: flat out)")
+      ->capture_default_str();
+  demoCmd->add_flag("--keep", demo.keep, "Leave the tables for inspection");
+  addRoot(demoCmd, demo.root);
+
+  // CLI11 would call an unknown command a missing one.
+  if (argc > 1 && argv[1][0] != '-') {
+    bool known = false;
+    for (auto const* cmd : app.get_subcommands({})) known = known || cmd->check_name(argv[1]);
+    if (!known) {
+      printError(std::string("unknown command '") + argv[1] +
+                 "' (tables, show, watch, counters, redist, demo; --help tells more)");
+      return kExitUsage;
+    }
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& e) {
+    int rc = app.exit(e);
+    return rc == 0 ? kExitOk : kExitUsage;
+  }
+
+  try {
+    if (tablesCmd->parsed()) return runTables(tables);
+    if (showCmd->parsed()) return runShow(show);
+    if (watchCmd->parsed()) return runWatch(watch);
+    if (countersCmd->parsed()) return runCounters(counters);
+    if (redistCmd->parsed()) return runRedist(redist);
+    if (demoCmd->parsed()) return runDemo(demo);
+  } catch (UsageError const& e) {
+    printError(e.what());
+    return kExitUsage;
+  } catch (CtlError const& e) {
+    printError(e.what());
+    return kExitRuntime;
+  } catch (Tamsel::Error const& e) {
+    printError(e.what());
+    return kExitRuntime;
+  } catch (std::exception const& e) {
+    printError(e.what());
+    return kExitRuntime;
+  }
+  return kExitUsage;
+}
