@@ -12,21 +12,7 @@ using namespace RedistTest;
 
 namespace {
 
-struct Pipe {
-  int fds[2];
-  Pipe() {
-    if (::pipe(fds) != 0) std::abort();
-  }
-  ~Pipe() {
-    ::close(fds[0]);
-    ::close(fds[1]);
-  }
-  void signal() { (void)!::write(fds[1], "x", 1); }
-  bool wait() {
-    char c;
-    return ::read(fds[0], &c, 1) == 1;
-  }
-};
+using TamselTest::Pipe;
 
 template <typename Case>
 void churn(Zent::Ptr<TunnelTableBase> const& base, std::mt19937_64& rng, int steps) {

@@ -52,21 +52,7 @@ struct Recorder : TunnelTableBase::NotifieeConst {
   void entryNotify(TunnelId const& k) override { keys.push_back(k); }
 };
 
-struct Pipe {
-  int fds[2];
-  Pipe() {
-    if (::pipe(fds) != 0) std::abort();
-  }
-  ~Pipe() {
-    ::close(fds[0]);
-    ::close(fds[1]);
-  }
-  void signal() { (void)!::write(fds[1], "x", 1); }
-  bool wait() {
-    char c;
-    return ::read(fds[0], &c, 1) == 1;
-  }
-};
+using TamselTest::Pipe;
 
 TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   using Table = TypeParam;

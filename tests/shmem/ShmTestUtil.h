@@ -39,6 +39,25 @@ class StateRoot {
   std::string path_;
 };
 
+// A one-way signal between a parent and its forked child.
+struct Pipe {
+  int fds[2];
+  Pipe() {
+    if (::pipe(fds) != 0) std::abort();
+  }
+  ~Pipe() {
+    ::close(fds[0]);
+    ::close(fds[1]);
+  }
+  Pipe(Pipe const&) = delete;
+  Pipe& operator=(Pipe const&) = delete;
+  void signal() { (void)!::write(fds[1], "x", 1); }
+  bool wait() {
+    char c;
+    return ::read(fds[0], &c, 1) == 1;
+  }
+};
+
 // Runs fn in a child; the child exits 0 when fn returns true.
 inline pid_t forkChild(std::function<bool()> fn) {
   pid_t parent = ::getpid();

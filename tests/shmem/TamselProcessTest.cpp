@@ -31,22 +31,6 @@ void put(Writer& w, uint64_t key, uint64_t gen, uint32_t len) {
   w.write(&key, keyHash(key), len, [&](char* dst) { std::memcpy(dst, rec.data(), len); });
 }
 
-struct Pipe {
-  int fds[2];
-  Pipe() {
-    if (::pipe(fds) != 0) std::abort();
-  }
-  ~Pipe() {
-    ::close(fds[0]);
-    ::close(fds[1]);
-  }
-  void signal() { (void)!::write(fds[1], "x", 1); }
-  bool wait() {
-    char c;
-    return ::read(fds[0], &c, 1) == 1;
-  }
-};
-
 // Keeps a view of the table from notifications alone, reading each key
 // that changed.
 struct ViewKeeper : Reader::Handler {
