@@ -6,6 +6,8 @@
 # Arguments go to the demo (for example --tunnels 50000 --seconds 10).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Clones in other directories share the compiler cache.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 bash scripts/setup.sh
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)" --target tunnelctl

@@ -5,6 +5,8 @@
 # optimised build (tools, benchmarks) and the clang build compile warning-free.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Clones in other directories share the compiler cache.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 
 bash scripts/setup.sh
 jobs=$(nproc)
