@@ -33,6 +33,7 @@ struct Workload {
   int samples = 10000;    // latency samples, after a short warm-up
   std::string workDir;    // on /dev/shm, removed at the end
   std::string shmPrefix;  // names of POSIX shared-memory objects of this run
+  int round = 1;          // which round of the run this is, from 1
   std::vector<uint64_t> insertOrder, replaceOrder, lookupOrder;
 
   Workload(uint64_t n, int samples, std::string dir, std::string prefix);

@@ -111,6 +111,7 @@ int run(int argc, char** argv) {
     // Rounds run every store in turn, so that a burst of other work on the
     // machine rarely spoils every round of one store.
     for (int round = 1; round <= rounds; ++round) {
+      w.round = round;
       for (auto const& s : stores) {
         std::cerr << fmt::format("{:>9} keys, round {}: {:<10}", n, round, s) << std::flush;
         int64_t t0 = nowNs();
