@@ -49,6 +49,7 @@ void reserveSpace(int fd, std::string const& path, uint64_t size);
 class Mapping {
  public:
   static constexpr uint64_t kReserve = uint64_t{1} << 36;  // 64 GiB of address space
+  static constexpr uint64_t kHugePage = uint64_t{1} << 21;
 
   Mapping() = default;
   Mapping(Mapping const&) = delete;
