@@ -1,6 +1,7 @@
 #include "Tunnel/shmem/Reader.h"
 
 #include <algorithm>
+#include <chrono>
 #include <sched.h>
 #include <sys/random.h>
 #include <thread>
@@ -134,6 +135,22 @@ bool Reader::pending() const {
          (loadAcquire(header()->quiesced) != 0) != quiesced_;
 }
 
+bool Reader::newsWithinSpin() const {
+  if (options_.spinNs == 0) return false;
+  auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(options_.spinNs);
+  do {
+    for (int i = 0; i < 32; ++i) {
+      if (pending()) return true;
+#if defined(__x86_64__) || defined(__i386__)
+      __builtin_ia32_pause();
+#elif defined(__aarch64__)
+      asm volatile("yield");
+#endif
+    }
+  } while (std::chrono::steady_clock::now() < until);
+  return false;
+}
+
 void Reader::drainWake() {
   char buf[64];
   while (::recv(wakeFd_, buf, sizeof(buf), MSG_DONTWAIT) > 0) {
@@ -232,6 +249,7 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
     }
     uint64_t head = loadAcquire(header()->queueHead);
     if (head == pos_) {
+      if (delivered > 0 && newsWithinSpin()) continue;
       registry_.asleepIs(slot_, true);
       readerSleepFence();
       if (loadAcquire(header()->queueHead) == pos_ &&

@@ -30,6 +30,12 @@ class Reader {
     bool keyIndex = true;
     // Register for notifications (a reader that only looks up does not).
     bool notifications = true;
+    // Once dispatch has delivered and caught up, it keeps looking for news
+    // this long before it tells the writer it sleeps (about what a sleep and
+    // a wake-up cost here). While updates flow, the writer then sends no
+    // wake-ups and takes no barriers, and the reader does not sleep between
+    // them. 0: sleep at once.
+    uint32_t spinNs = 20000;
   };
 
   class Handler {
@@ -159,6 +165,8 @@ class Reader {
   // `end` lies beyond the file.
   bool mapped(uint64_t end) const { return end <= map_.size() || follow(end); }
   bool follow(uint64_t end) const;
+  // Whether news arrives within options_.spinNs.
+  bool newsWithinSpin() const;
   int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
   Error corruptAt(uint64_t off, const char* what) const;
   // forEach, with each key's hash as a fifth argument.

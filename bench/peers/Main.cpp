@@ -4,9 +4,10 @@
 // libtunnel to each peer.
 //
 //   peers_bench [--keys 100000,1000000] [--samples 10000] [--rounds 2]
-//               [--stores libtunnel,lmdb,redis,boost,wake]
+//               [--stores libtunnel,lmdb,redis,boost,wake] [--huge-pages]
 //
-// Each figure is the best of its rounds.
+// Each figure is the best of its rounds. --huge-pages runs every store on a
+// /dev/shm of 2 MiB pages, private to the run.
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -21,6 +22,7 @@
 
 #include <fmt/format.h>
 
+#include "bench/common/HugePages.h"
 #include "bench/peers/Guard.h"
 #include "bench/peers/Peers.h"
 #include "bench/peers/Report.h"
@@ -84,8 +86,16 @@ int run(int argc, char** argv) {
   std::vector<std::string> stores = {"libtunnel", "lmdb", "redis", "boost", "wake"};
   int samples = 10000;
   int rounds = 2;
-  for (int i = 1; i + 1 < argc; i += 2) {
-    std::string opt = argv[i], val = argv[i + 1];
+  bool hugePages = false;
+  for (int i = 1; i < argc; i += 2) {
+    std::string opt = argv[i];
+    if (opt == "--huge-pages") {
+      hugePages = true;
+      --i;
+      continue;
+    }
+    if (i + 1 >= argc) throw std::runtime_error("option " + opt + " needs a value");
+    std::string val = argv[i + 1];
     if (opt == "--keys") {
       sizes.clear();
       for (auto const& k : split(val)) sizes.push_back(std::stoull(k));
@@ -102,6 +112,9 @@ int run(int argc, char** argv) {
   for (auto const& s : stores) runner(s);
 
   removeStale();
+  // Over /dev/shm itself, so that every store's shared memory (files, POSIX
+  // shared-memory objects) lands on the same pages.
+  if (hugePages) BenchSupport::mountPrivateHugeTmpfs(kShmRoot, "1777");
   pinToCpu(0);
   WorkDir dir;
   std::vector<Row> rows;
@@ -128,7 +141,10 @@ int run(int argc, char** argv) {
       }
     }
   }
-  std::cout << "\n" << machineLine() << "\n\n";
+  std::cout << "\n"
+            << machineLine() << "\n"
+            << (hugePages ? "/dev/shm on 2 MiB pages (a tmpfs private to this run)\n\n"
+                          : "/dev/shm as the machine has it\n\n");
   printTable(std::cout, rows);
   std::cout << "\nxN: libtunnel is N times better than that peer (a higher rate or a "
                "shorter time).\n\n";

@@ -8,7 +8,6 @@
 // --huge-pages puts the tables on a private tmpfs mounted with 2 MiB pages
 // (needs root or a user namespace); by default they live on /dev/shm.
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +15,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <poll.h>
 #include <random>
 #include <sched.h>
@@ -33,6 +31,7 @@
 #include "Tunnel/framework/Hash.h"
 #include "Tunnel/shmem/Reader.h"
 #include "Tunnel/shmem/Writer.h"
+#include "bench/common/HugePages.h"
 
 namespace {
 
@@ -69,16 +68,14 @@ std::string root() {
   return r;
 }
 
-// A tmpfs mounted with huge=within_size in a mount namespace of this process
-// and the readers it forks; it goes away with them.
+// The tables go on a private tmpfs with 2 MiB pages, removed at exit.
 void useHugePages() {
   static char dir[] = "/dev/shm/tamsel-bench-huge-XXXXXX";
   if (!::mkdtemp(dir)) std::abort();
-  if (::unshare(CLONE_NEWNS) != 0 ||
-      ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      ::mount("tmpfs", dir, "tmpfs", 0, "huge=within_size,mode=0700") != 0) {
-    std::fprintf(stderr, "--huge-pages: cannot mount a private tmpfs on %s: %s\n", dir,
-                 std::strerror(errno));
+  try {
+    BenchSupport::mountPrivateHugeTmpfs(dir, "0700");
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "--huge-pages: %s\n", e.what());
     ::rmdir(dir);
     std::exit(2);
   }
