@@ -11,7 +11,7 @@
 namespace Tamsel {
 
 constexpr uint64_t kMagic = 0x31304c45534d4154ull;  // "TAMSEL01"
-constexpr uint32_t kLayoutVersion = 1;
+constexpr uint32_t kLayoutVersion = 2;
 constexpr uint32_t kMaxKeySize = 64;
 constexpr uint32_t kTypeNameSize = 128;
 constexpr uint32_t kPublishedCounters = 4;
@@ -37,23 +37,30 @@ struct FileHeader {
   uint64_t heapOffset;
   char typeName[kTypeNameSize];  // entity type that owns the table, for tools
 
-  // Written by the writer, read by everyone.
-  uint64_t fileSize;     // bytes reserved in the file
-  uint64_t heapEnd;      // end of the allocated heap
-  uint64_t indexOffset;  // the current index region
-  uint64_t queueHead;    // notifications published so far
-  uint64_t writerEpoch;  // bumped by every writer that attaches
-  uint64_t liveCount;    // live records
-  uint64_t liveBytes;    // payload bytes of live records
-  uint32_t writerPid;
+  // Written by the writer, read by everyone, in three cache lines by how
+  // often each changes: a reader polling for news, or looking keys up, then
+  // shares no line with what the writer stores on every write but what it
+  // came for.
+  // Read by every lookup; changes when the file or the index grows.
+  alignas(64) uint64_t fileSize;  // bytes reserved in the file
+  uint64_t indexOffset;           // the current index region
+  // Polled by readers for news; queueHead moves with every write.
+  alignas(64) uint64_t queueHead;  // notifications published so far
+  uint64_t writerEpoch;            // bumped by every writer that attaches
   uint32_t quiesced;
+  // Bookkeeping, for scans and tools.
+  alignas(64) uint64_t heapEnd;  // end of the allocated heap
+  uint64_t liveCount;            // live records
+  uint64_t liveBytes;            // payload bytes of live records
+  uint32_t writerPid;
   // Counters the owning entity publishes for tools in other processes (the
   // tunnel tables: entryIs, entryDel, entryNotify).
   uint64_t publishedCounters[kPublishedCounters];
   uint64_t reserved[8 - kPublishedCounters];
 };
 static_assert(std::is_standard_layout_v<FileHeader> && std::is_trivially_copyable_v<FileHeader>);
-static_assert(sizeof(FileHeader) % 64 == 0 || sizeof(FileHeader) < 512);
+static_assert(sizeof(FileHeader) % 64 == 0);
+static_assert(offsetof(FileHeader, queueHead) - offsetof(FileHeader, fileSize) == 64);
 
 // A record slot: header, key, payload. `seq` is odd while the writer fills the
 // slot; readers copy and re-check it. `slotSize` never changes once the slot

@@ -136,7 +136,9 @@ bool Reader::pending() const {
 }
 
 bool Reader::newsWithinSpin() const {
-  if (options_.spinNs == 0) return false;
+  // On one CPU the writer cannot write while we look.
+  static bool const oneCpu = ::sysconf(_SC_NPROCESSORS_ONLN) < 2;
+  if (options_.spinNs == 0 || oneCpu) return false;
   auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(options_.spinNs);
   do {
     for (int i = 0; i < 32; ++i) {
@@ -147,6 +149,8 @@ bool Reader::newsWithinSpin() const {
       asm volatile("yield");
 #endif
     }
+    // A writer on this CPU gets it at once.
+    sched_yield();
   } while (std::chrono::steady_clock::now() < until);
   return false;
 }
