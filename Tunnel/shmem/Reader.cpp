@@ -34,6 +34,7 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
     payloadOffset_ = slotPayloadOffset(keySize_);
     classes_ = SizeClasses(slotBytesFor(h.keySize, h.fixedPayload ? h.fixedPayload : h.maxPayload));
     map_.map(fd_, paths_.table, fileSize(fd_, paths_.table), false);
+    map_.populate(loadAcquire(header()->heapEnd));
     lockFd_ = openExistingFile(paths_.lock, true);
     if (options_.notifications) {
       registry_.open(paths_, false, {});
@@ -103,6 +104,7 @@ bool Reader::follow(uint64_t end) const {
   uint64_t size = loadAcquire(header()->fileSize);
   if (end > size) return false;
   map_.remap(size);
+  map_.populate(loadAcquire(header()->heapEnd));
   return true;
 }
 

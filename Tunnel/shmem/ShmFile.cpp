@@ -191,11 +191,10 @@ void Mapping::remap(uint64_t size) {
                 EFBIG);
   }
   // Only the new tail is mapped, so pages already mapped keep their entries.
-  // A reader's tail is populated up front: readers touch records at random,
-  // and a fault per first touch costs more than the record access itself. A
-  // writer's pages fault once, when it first fills them.
+  // A writer's pages fault once, when it first fills them; readers populate.
   uint64_t from = size_ % 4096 == 0 ? size_ : 0;
-  int flags = MAP_SHARED | MAP_FIXED | (writable_ ? 0 : MAP_POPULATE);
+  if (from < populated_) populated_ = from;
+  int flags = MAP_SHARED | MAP_FIXED;
   void* p = ::mmap(base_ + from, size - from, writable_ ? PROT_READ | PROT_WRITE : PROT_READ, flags,
                    fd_, static_cast<off_t>(from));
   if (p == MAP_FAILED) {
@@ -208,11 +207,21 @@ void Mapping::remap(uint64_t size) {
   size_ = size;
 }
 
+void Mapping::populate(uint64_t end) {
+  end = std::min(end, size_);
+  uint64_t from = populated_ & ~uint64_t{4095};
+  if (end <= populated_) return;
+  // Without MADV_POPULATE_READ (before Linux 5.14) the pages fault at first touch.
+  (void)::madvise(base_ + from, end - from, MADV_POPULATE_READ);
+  populated_ = end;
+}
+
 void Mapping::unmap() {
   if (base_) ::munmap(base_, reserved_);
   base_ = nullptr;
   size_ = 0;
   reserved_ = 0;
+  populated_ = 0;
 }
 
 namespace {

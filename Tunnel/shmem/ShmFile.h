@@ -59,6 +59,10 @@ class Mapping {
   void map(int fd, std::string const& path, uint64_t size, bool writable);
   // Follows the file to a new, larger size; the base stays where it is.
   void remap(uint64_t size);
+  // Maps the pages of [0, end) now rather than at first touch. Readers touch
+  // records at random, and a fault per first touch costs more than the
+  // record; the tail past the data is left to fault when the data reaches it.
+  void populate(uint64_t end);
   void unmap();
 
   char* base() const { return base_; }
@@ -69,6 +73,7 @@ class Mapping {
   char* base_ = nullptr;
   uint64_t size_ = 0;
   uint64_t reserved_ = 0;
+  uint64_t populated_ = 0;
   bool writable_ = false;
   int fd_ = -1;
   std::string path_;
