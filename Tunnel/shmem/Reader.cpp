@@ -272,9 +272,13 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
     }
     uint64_t n = std::min<uint64_t>({head - pos_, 256, max - delivered});
     batch_.resize(n * entrySize);
-    for (uint64_t k = 0; k < n; ++k) {
-      std::memcpy(batch_.data() + k * entrySize,
-                  at(queueOffset + ((pos_ + k) & (cap - 1)) * entrySize), entrySize);
+    {
+      // Entries the writer overwrites meanwhile are caught by the checks below.
+      OptimisticReads copy;
+      for (uint64_t k = 0; k < n; ++k) {
+        std::memcpy(batch_.data() + k * entrySize,
+                    at(queueOffset + ((pos_ + k) & (cap - 1)) * entrySize), entrySize);
+      }
     }
     std::atomic_thread_fence(std::memory_order_acquire);
     if (loadRelaxed(header()->queueHead) - pos_ >= cap) {

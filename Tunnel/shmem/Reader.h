@@ -19,6 +19,7 @@
 #include "Tunnel/shmem/Registry.h"
 #include "Tunnel/shmem/ShmFile.h"
 #include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Tsan.h"
 
 namespace Tamsel {
 
@@ -66,7 +67,7 @@ class Reader {
   // Calls fn(char const* rec, uint32_t len) with the record of `key` in place.
   // fn may run more than once; only its last run saw a stable record, and it
   // must not trust the bytes before that (copy first, decode after). False
-  // when the key is absent.
+  // when the key is absent. ThreadSanitizer does not check what fn does.
   template <typename Fn>
   bool read(void const* key, uint32_t hash, Fn&& fn) const {
     for (int attempt = 0;; ++attempt) {
@@ -80,7 +81,10 @@ class Reader {
         SlotHeader const* s = slotAt(slot);
         uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
         uint64_t version = loadRelaxed(s->version);
-        fn(at(slot) + payloadOffset_, len);
+        {
+          OptimisticReads copy;
+          fn(at(slot) + payloadOffset_, len);
+        }
         std::atomic_thread_fence(std::memory_order_acquire);
         if (loadRelaxed(s->seq) == seq) {
           lastSlot_ = slot;
@@ -168,6 +172,15 @@ class Reader {
   // Whether news arrives within options_.spinNs.
   bool newsWithinSpin() const;
   int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
+  // Whether the slot at `off` holds `key`: an optimistic read, to be
+  // confirmed by the slot's sequence.
+  bool slotKeyIs(uint64_t off, void const* key, uint64_t prefix) const {
+    OptimisticReads compare;
+    return keySize_ == 8
+               ? loadRelaxed(*reinterpret_cast<uint64_t const*>(at(off) + slotKeyOffset())) ==
+                     prefix
+               : std::memcmp(at(off) + slotKeyOffset(), key, keySize_) == 0;
+  }
   Error corruptAt(uint64_t off, const char* what) const;
   // forEach, with each key's hash as a fifth argument.
   template <typename Fn>
@@ -187,8 +200,11 @@ class Reader {
       if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
         uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
         buf.resize(len);
-        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
-        std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+        {
+          OptimisticReads copy;
+          std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
+          std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+        }
         uint64_t version = loadRelaxed(s->version);
         uint32_t hash = loadRelaxed(s->hash);
         std::atomic_thread_fence(std::memory_order_acquire);
@@ -267,10 +283,7 @@ inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
         !mapped(s + loadRelaxed(sh->slotSize))) {
       return kRetry;
     }
-    bool same =
-        keySize_ == 8
-            ? loadRelaxed(*reinterpret_cast<uint64_t const*>(at(s) + slotKeyOffset())) == prefix
-            : std::memcmp(at(s) + slotKeyOffset(), key, keySize_) == 0;
+    bool same = slotKeyIs(s, key, prefix);
     std::atomic_thread_fence(std::memory_order_acquire);
     if (loadRelaxed(sh->seq) != seq) return kRetry;
     if (same) {

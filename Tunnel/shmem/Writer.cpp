@@ -185,16 +185,17 @@ void Writer::recover() {
     uint64_t bit = (off - heapOffset) / 8;
     bool isReferenced = (referenced[bit / 64] >> (bit % 64)) & 1;
     if (s->state == kSlotIndex) {
-      if (off != index) s->state = kSlotFree;  // an old index no reader can reach any more
+      // An old index no reader can reach any more.
+      if (off != index) storeRelaxed(s->state, uint16_t{kSlotFree});
     } else if (isReferenced) {
       if (s->seq & 1) storeRelease(s->seq, s->seq + 1);
-      s->state = kSlotLive;
+      storeRelaxed(s->state, uint16_t{kSlotLive});
       ++live;
       bytes += s->slotSize;
       version_ = std::max(version_, s->version);
     } else if (s->state != kSlotFree || (s->seq & 1)) {
       // Left by a write or a free that the previous writer did not finish.
-      s->state = kSlotFree;
+      storeRelaxed(s->state, uint16_t{kSlotFree});
       storeRelease(s->seq, (s->seq | 1) + 1);
     }
     if (s->state == kSlotFree) {
@@ -206,8 +207,8 @@ void Writer::recover() {
     }
     off += s->slotSize;
   }
-  h->liveCount = live;
-  h->liveBytes = bytes;
+  storeRelaxed(h->liveCount, live);
+  storeRelaxed(h->liveBytes, bytes);
   // A notification written but not published may describe a change that
   // readers can already see: every reader resynchronises on a new epoch.
   storeRelease(h->writerEpoch, h->writerEpoch + 1);
@@ -257,16 +258,18 @@ uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
   SlotHeader* s = slotAt(off);
   storeRelaxed(s->seq, s->seq + 1);
   std::atomic_thread_fence(std::memory_order_release);
-  s->payloadLen = len;
-  s->hash = hash;
-  s->version = ++version_;
+  // Readers still copying the slot's previous record load these fields; the
+  // sequence check discards what they saw.
+  storeRelaxed(s->payloadLen, len);
+  storeRelaxed(s->hash, hash);
+  storeRelaxed(s->version, ++version_);
   std::memcpy(at(off) + slotKeyOffset(), key, spec_.keySize);
   return off;
 }
 
 void Writer::commitWrite(void const* key, uint32_t hash, uint64_t slot) {
   SlotHeader* s = slotAt(slot);
-  s->state = kSlotLive;
+  storeRelaxed(s->state, uint16_t{kSlotLive});
   storeRelease(s->seq, s->seq + 1);
   uint32_t cls = classes_.classOf(s->slotSize);
   uint64_t bucket = findBucket(key, hash);
@@ -398,7 +401,8 @@ void Writer::buildIndex(uint64_t capacity) {
   uint64_t bytes =
       roundUp(sizeof(SlotHeader) + sizeof(IndexHeader) + capacity * sizeof(Bucket), 64);
   uint64_t off = carve(bytes);
-  slotAt(off)->state = kSlotIndex;
+  // A heap walker may already see the slot (carve published it).
+  storeRelaxed(slotAt(off)->state, uint16_t{kSlotIndex});
   auto* ih = reinterpret_cast<IndexHeader*>(at(off + sizeof(SlotHeader)));
   ih->capacity = capacity;
   auto* buckets = reinterpret_cast<Bucket*>(ih + 1);
