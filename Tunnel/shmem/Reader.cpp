@@ -1,6 +1,7 @@
 #include "Tunnel/shmem/Reader.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <sched.h>
 #include <sys/random.h>
@@ -10,6 +11,11 @@
 #include <fmt/format.h>
 
 namespace Tamsel {
+
+namespace {
+// Readers of this process that take notifications.
+std::atomic<int> gNotifiedReaders{0};
+}  // namespace
 
 Reader::Reader(std::string const& dir, std::string const& collection, uint32_t keySize,
                Options const& options)
@@ -59,6 +65,7 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
       }
       slot_ = registry_.claim(lockFd_, wakeId);
       registered_ = true;
+      gNotifiedReaders.fetch_add(1, std::memory_order_relaxed);
     }
     // Start from the present: the caller scans or resynchronises for the past.
     epoch_ = loadAcquire(header()->writerEpoch);
@@ -77,7 +84,10 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
       if (pending()) selfWake();
     }
   } catch (...) {
-    if (registered_) registry_.release(lockFd_, slot_);
+    if (registered_) {
+      registry_.release(lockFd_, slot_);
+      gNotifiedReaders.fetch_sub(1, std::memory_order_relaxed);
+    }
     if (wakeFd_ >= 0) ::close(wakeFd_);
     if (lockFd_ >= 0) ::close(lockFd_);
     if (fd_ >= 0) ::close(fd_);
@@ -86,7 +96,10 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
 }
 
 Reader::~Reader() {
-  if (registered_) registry_.release(lockFd_, slot_);
+  if (registered_) {
+    registry_.release(lockFd_, slot_);
+    gNotifiedReaders.fetch_sub(1, std::memory_order_relaxed);
+  }
   if (wakeFd_ >= 0) ::close(wakeFd_);
   map_.unmap();
   if (lockFd_ >= 0) ::close(lockFd_);
@@ -138,9 +151,12 @@ bool Reader::pending() const {
 }
 
 bool Reader::newsWithinSpin() const {
-  // On one CPU the writer cannot write while we look.
+  // On one CPU the writer cannot write while we look. With other readers in
+  // the process, its event loop must move on to them rather than wait here.
   static bool const oneCpu = ::sysconf(_SC_NPROCESSORS_ONLN) < 2;
-  if (options_.spinNs == 0 || oneCpu) return false;
+  if (options_.spinNs == 0 || oneCpu || gNotifiedReaders.load(std::memory_order_relaxed) > 1) {
+    return false;
+  }
   auto until = std::chrono::steady_clock::now() + std::chrono::nanoseconds(options_.spinNs);
   do {
     for (int i = 0; i < 32; ++i) {

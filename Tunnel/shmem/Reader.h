@@ -35,7 +35,8 @@ class Reader {
     // this long before it tells the writer it sleeps (about what a sleep and
     // a wake-up cost here). While updates flow, the writer then sends no
     // wake-ups and takes no barriers, and the reader does not sleep between
-    // them. 0: sleep at once.
+    // them. 0: sleep at once. Only a process's one notified reader looks:
+    // with several, the event loop must move on to the others.
     uint32_t spinNs = 20000;
   };
 
