@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Tunnel/framework/Hash.h"
+#include "Tunnel/shmem/Table.h"
 
 namespace TamselTest {
 
@@ -98,6 +99,17 @@ bool dispatchUntil(Done&& done, Dispatch&& dispatch, int timeoutMs = 10000) {
     dispatch(100);
   }
   return true;
+}
+
+// A table of 8-byte keys, as the tests use.
+inline Tamsel::TableSpec testSpec(uint32_t maxPayload, uint32_t queue) {
+  Tamsel::TableSpec s;
+  s.typeName = "Test::Table";
+  s.allocatorName = "TestTable";
+  s.keySize = 8;
+  s.maxPayload = maxPayload;
+  s.queueCapacity = queue;
+  return s;
 }
 
 inline uint32_t keyHash(uint64_t key) { return Zent::hashBytes(&key, sizeof(key)); }

@@ -16,15 +16,7 @@ using namespace TamselTest;
 
 namespace {
 
-TableSpec spec(uint32_t queue = 1024) {
-  TableSpec s;
-  s.typeName = "Test::Table";
-  s.allocatorName = "TestTable";
-  s.keySize = 8;
-  s.maxPayload = 140000;
-  s.queueCapacity = queue;
-  return s;
-}
+TableSpec spec(uint32_t queue = 1024) { return testSpec(140000, queue); }
 
 void put(Writer& w, uint64_t key, uint64_t gen, uint32_t len) {
   auto rec = makeRecord(key, gen, len);

@@ -16,13 +16,7 @@ using namespace TamselTest;
 namespace {
 
 TableSpec spec(uint32_t maxPayload = 4096, uint32_t queue = 1024) {
-  TableSpec s;
-  s.typeName = "Test::Table";
-  s.allocatorName = "TestTable";
-  s.keySize = 8;
-  s.maxPayload = maxPayload;
-  s.queueCapacity = queue;
-  return s;
+  return testSpec(maxPayload, queue);
 }
 
 struct Recorder : Reader::Handler {

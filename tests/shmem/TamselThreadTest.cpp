@@ -29,15 +29,7 @@ constexpr uint32_t kMaxRecord = 18500 + kSizeJitter;
 constexpr uint32_t kQueue = 64;
 constexpr uint64_t kOps = 4000;
 
-TableSpec spec() {
-  TableSpec s;
-  s.typeName = "Test::Table";
-  s.allocatorName = "TestTable";
-  s.keySize = 8;
-  s.maxPayload = kMaxRecord;
-  s.queueCapacity = kQueue;
-  return s;
-}
+TableSpec spec() { return testSpec(kMaxRecord, kQueue); }
 
 uint64_t keyOf(void const* key) {
   uint64_t k;
