@@ -32,7 +32,7 @@ class TunnelTableOf : public Base {
   // `typeName` is the table's qualified type name; `bound` the largest record
   // its collection accepts (0 for fixed-size records).
   TunnelTableOf(Zent::String const& name, const char* typeName, uint32_t bound)
-      : Base(name), entry_(spec(typeName, bound)), zeroReferences_(*this) {
+      : Base(name), entry_(shape(typeName, bound)), zeroReferences_(*this) {
     this->zeroReferencesNotifieeIs(&zeroReferences_);
     entry_.entity(
         std::string(name.view()), this, [this](TunnelId const& k) { this->entryNotify(k); },
@@ -131,8 +131,8 @@ class TunnelTableOf : public Base {
   };
 
  private:
-  static Tamsel::TableSpec spec(const char* typeName, uint32_t bound) {
-    Tamsel::TableSpec s;
+  static Tamsel::TableShape shape(const char* typeName, uint32_t bound) {
+    Tamsel::TableShape s;
     s.typeName = typeName;
     std::string n = typeName;
     s.allocatorName = n.substr(n.rfind(':') + 1);

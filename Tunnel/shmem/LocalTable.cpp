@@ -2,7 +2,7 @@
 
 namespace Tamsel {
 
-void LocalTable::checkLen(uint32_t len) const { checkPayload(spec_, len); }
+void LocalTable::checkLen(uint32_t len) const { checkPayload(shape_, len); }
 
 uint64_t LocalTable::liveBytes() const {
   uint64_t n = 0;

@@ -13,7 +13,7 @@ namespace Tamsel {
 
 class LocalTable {
  public:
-  explicit LocalTable(TableSpec const& spec) : spec_(spec) {}
+  explicit LocalTable(TableShape const& shape) : shape_(shape) {}
 
   template <typename Fill>
   void write(void const* key, uint32_t /*hash*/, uint32_t len, Fill&& fill) {
@@ -50,11 +50,11 @@ class LocalTable {
 
  private:
   std::string keyString(void const* key) const {
-    return std::string(static_cast<char const*>(key), spec_.keySize);
+    return std::string(static_cast<char const*>(key), shape_.keySize);
   }
   void checkLen(uint32_t len) const;
 
-  TableSpec spec_;
+  TableShape shape_;
   std::unordered_map<std::string, std::string> records_;
 };
 

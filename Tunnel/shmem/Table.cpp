@@ -37,18 +37,18 @@ uint32_t SizeClasses::classOf(uint32_t bytes) const {
   return std::min(cls, count());  // count() when too large
 }
 
-void checkPayload(TableSpec const& spec, uint32_t len) {
-  std::string const& name = spec.allocatorName.empty() ? spec.typeName : spec.allocatorName;
-  if (spec.fixedPayload && len != spec.fixedPayload) {
+void checkPayload(TableShape const& shape, uint32_t len) {
+  std::string const& name = shape.allocatorName.empty() ? shape.typeName : shape.allocatorName;
+  if (shape.fixedPayload && len != shape.fixedPayload) {
     Zent::throwRangeException(
         fmt::format("{}::alloc() requested payloadSize:{}, but fixed "
                     "payloadSize:{}",
-                    name, len, spec.fixedPayload));
+                    name, len, shape.fixedPayload));
   }
-  if (len > spec.maxPayload && !spec.fixedPayload) {
+  if (len > shape.maxPayload && !shape.fixedPayload) {
     Zent::throwRangeException(
         fmt::format("{}::alloc() requested payloadSize:{}, but max payloadSize:{}", name, len,
-                    spec.maxPayload));
+                    shape.maxPayload));
   }
 }
 

@@ -12,7 +12,7 @@
 namespace Tamsel {
 
 // Fixed when the table is created; a later writer or reader must agree.
-struct TableSpec {
+struct TableShape {
   std::string typeName;               // entity type owning the table, recorded for tools
   std::string allocatorName;          // names the allocator in the oversize message
   uint32_t keySize = 8;               // bytes of the fixed key record
@@ -45,7 +45,7 @@ class SizeClasses {
 
 // Refuses a record the table's allocator cannot take, with the allocator's
 // message (Zent::RangeException), before anything is written.
-void checkPayload(TableSpec const& spec, uint32_t len);
+void checkPayload(TableShape const& shape, uint32_t len);
 
 inline uint32_t slotBytesFor(uint32_t keySize, uint32_t payload) {
   return slotPayloadOffset(keySize) + roundUp8(payload);

@@ -21,7 +21,7 @@ class TamselMapCore::Relay : public Tamsel::Reader::Handler {
   TamselMapCore& map_;
 };
 
-TamselMapCore::TamselMapCore(Tamsel::TableSpec spec) : spec_(std::move(spec)) {}
+TamselMapCore::TamselMapCore(Tamsel::TableShape shape) : shape_(std::move(shape)) {}
 
 TamselMapCore::~TamselMapCore() { unmount(); }
 
@@ -38,7 +38,7 @@ void TamselMapCore::entity(std::string const& name, Zent::Entity* owner, KeyCall
   quiesced_ = std::move(quiesced);
   initialized_ = true;
   fmtrace(5, "creating local TamselWriter {}", name);
-  local_ = std::make_unique<Tamsel::LocalTable>(spec_);
+  local_ = std::make_unique<Tamsel::LocalTable>(shape_);
   mode_ = MountType::writer;
   status_ = MountStatus::localWriter;
 }
@@ -50,11 +50,11 @@ void TamselMapCore::mount(std::string const& dir, std::string const& collection,
   std::unique_ptr<Tamsel::Writer> w;
   std::unique_ptr<Tamsel::Reader> r;
   if (mode == MountType::writer) {
-    w = std::make_unique<Tamsel::Writer>(dir, collection, spec_, perms);
+    w = std::make_unique<Tamsel::Writer>(dir, collection, shape_, perms);
   } else {
     Tamsel::Reader::Options o;
     o.keyIndex = mode != MountType::reader;
-    r = std::make_unique<Tamsel::Reader>(dir, collection, spec_.keySize, o);
+    r = std::make_unique<Tamsel::Reader>(dir, collection, shape_.keySize, o);
   }
   unmount();
   local_.reset();

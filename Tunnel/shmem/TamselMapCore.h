@@ -34,7 +34,7 @@ class TamselMapCore {
   using QuiescedCallback = std::function<void(bool)>;
   using CorruptionHandler = std::function<void(std::string const& message)>;
 
-  explicit TamselMapCore(Tamsel::TableSpec spec);
+  explicit TamselMapCore(Tamsel::TableShape shape);
   ~TamselMapCore();
   TamselMapCore(TamselMapCore const&) = delete;
   TamselMapCore& operator=(TamselMapCore const&) = delete;
@@ -46,7 +46,7 @@ class TamselMapCore {
               TableCallback wholeTable, QuiescedCallback quiesced);
   bool initialized() const { return initialized_; }
   std::string const& name() const { return name_; }
-  Tamsel::TableSpec const& spec() const { return spec_; }
+  Tamsel::TableShape const& shape() const { return shape_; }
 
   // Attaches to the shared-memory files of `collection` in `dir` in `mode`,
   // replacing the local default writer (whose contents are dropped).
@@ -97,7 +97,7 @@ class TamselMapCore {
  private:
   class Relay;
 
-  Tamsel::TableSpec spec_;
+  Tamsel::TableShape shape_;
   std::string name_;
   Zent::Entity* owner_ = nullptr;
   KeyCallback perKey_;

@@ -19,21 +19,21 @@ uint32_t headerBytes() { return static_cast<uint32_t>(roundUp(sizeof(FileHeader)
 
 }  // namespace
 
-Writer::Writer(std::string const& dir, std::string const& collection, TableSpec const& spec,
+Writer::Writer(std::string const& dir, std::string const& collection, TableShape const& shape,
                FilePermissions const& perms)
-    : spec_(spec), paths_(dir, collection), perms_(perms) {
-  if (spec.keySize == 0 || spec.keySize > kMaxKeySize) {
+    : shape_(shape), paths_(dir, collection), perms_(perms) {
+  if (shape.keySize == 0 || shape.keySize > kMaxKeySize) {
     throw Error(
-        fmt::format("{}: key size {} outside 1..{}", paths_.table, spec.keySize, kMaxKeySize),
+        fmt::format("{}: key size {} outside 1..{}", paths_.table, shape.keySize, kMaxKeySize),
         EINVAL);
   }
-  if (spec.queueCapacity < 2 || (spec.queueCapacity & (spec.queueCapacity - 1)) != 0) {
+  if (shape.queueCapacity < 2 || (shape.queueCapacity & (shape.queueCapacity - 1)) != 0) {
     throw Error(fmt::format("{}: queue capacity {} is not a power of two", paths_.table,
-                            spec.queueCapacity),
+                            shape.queueCapacity),
                 EINVAL);
   }
-  if (spec_.fixedPayload) spec_.maxPayload = spec_.fixedPayload;
-  if (spec_.allocatorName.empty()) spec_.allocatorName = spec_.typeName;
+  if (shape_.fixedPayload) shape_.maxPayload = shape_.fixedPayload;
+  if (shape_.allocatorName.empty()) shape_.allocatorName = shape_.typeName;
   makeDirs(dir, perms);
   try {
     lockFd_ = openOwnedFile(paths_.lock, true, perms);
@@ -56,19 +56,19 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableSpec 
         !created &&
         ::pread(fd_, &existing, sizeof(existing), 0) == static_cast<ssize_t>(sizeof(existing)) &&
         existing.magic == kMagic;
-    payloadOffset_ = slotPayloadOffset(spec_.keySize);
-    classes_ = SizeClasses(slotBytesFor(spec_.keySize, spec_.maxPayload));
+    payloadOffset_ = slotPayloadOffset(shape_.keySize);
+    classes_ = SizeClasses(slotBytesFor(shape_.keySize, shape_.maxPayload));
     if (classes_.count() > 255) {
       throw Error(fmt::format("{}: records up to {} bytes need more size classes than an index "
                               "bucket can name",
-                              paths_.table, spec_.maxPayload),
+                              paths_.table, shape_.maxPayload),
                   EINVAL);
     }
     free_.assign(classes_.count(), {});
     if (valid) {
-      attach(spec_);
+      attach(shape_);
     } else {
-      create(spec_);
+      create(shape_);
     }
     registry_.open(paths_, true, perms);
     wakeSocket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
@@ -93,28 +93,28 @@ Writer::~Writer() {
   if (lockFd_ >= 0) ::close(lockFd_);  // drops the writer lock
 }
 
-void Writer::create(TableSpec const& spec) {
+void Writer::create(TableShape const& shape) {
   if (::ftruncate(fd_, 0) != 0) {
     int err = errno;
     throw Error(fmt::format("cannot truncate {}: {}", paths_.table, errnoText(err)), err);
   }
-  uint32_t entrySize = queueEntrySizeFor(spec.keySize);
+  uint32_t entrySize = queueEntrySizeFor(shape.keySize);
   uint64_t queueOffset = headerBytes();
-  uint64_t heapOffset = roundUp(queueOffset + uint64_t{spec.queueCapacity} * entrySize, 64);
+  uint64_t heapOffset = roundUp(queueOffset + uint64_t{shape.queueCapacity} * entrySize, 64);
   uint64_t size = roundUp(heapOffset + kGrowChunk, kGrowChunk);
   reserveSpace(fd_, paths_.table, size);
   map_.map(fd_, paths_.table, size, true);
   FileHeader* h = header();
   h->layoutVersion = kLayoutVersion;
   h->headerSize = headerBytes();
-  h->keySize = spec.keySize;
-  h->maxPayload = spec.maxPayload;
-  h->fixedPayload = spec.fixedPayload;
-  h->queueCapacity = spec.queueCapacity;
+  h->keySize = shape.keySize;
+  h->maxPayload = shape.maxPayload;
+  h->fixedPayload = shape.fixedPayload;
+  h->queueCapacity = shape.queueCapacity;
   h->queueEntrySize = entrySize;
   h->queueOffset = queueOffset;
   h->heapOffset = heapOffset;
-  std::snprintf(h->typeName, sizeof(h->typeName), "%s", spec.typeName.c_str());
+  std::snprintf(h->typeName, sizeof(h->typeName), "%s", shape.typeName.c_str());
   h->fileSize = size;
   h->heapEnd = heapOffset;
   h->writerEpoch = 1;
@@ -123,18 +123,18 @@ void Writer::create(TableSpec const& spec) {
   storeRelease(header()->magic, kMagic);
 }
 
-void Writer::attach(TableSpec const& spec) {
+void Writer::attach(TableShape const& shape) {
   FileHeader h{};
   if (::pread(fd_, &h, sizeof(h), 0) != static_cast<ssize_t>(sizeof(h))) {
     throw Error(fmt::format("cannot read the header of {}", paths_.table), EIO);
   }
-  if (h.layoutVersion != kLayoutVersion || h.keySize != spec.keySize ||
-      h.maxPayload != spec.maxPayload || h.fixedPayload != spec.fixedPayload ||
-      h.queueCapacity != spec.queueCapacity || spec.typeName != h.typeName) {
+  if (h.layoutVersion != kLayoutVersion || h.keySize != shape.keySize ||
+      h.maxPayload != shape.maxPayload || h.fixedPayload != shape.fixedPayload ||
+      h.queueCapacity != shape.queueCapacity || shape.typeName != h.typeName) {
     throw Error(fmt::format("{} holds a table of {} (key {} bytes, records up to {}); this writer "
                             "is for {} (key {} bytes, records up to {})",
-                            paths_.table, h.typeName, h.keySize, h.maxPayload, spec.typeName,
-                            spec.keySize, spec.maxPayload),
+                            paths_.table, h.typeName, h.keySize, h.maxPayload, shape.typeName,
+                            shape.keySize, shape.maxPayload),
                 EINVAL);
   }
   uint64_t size = fileSize(fd_, paths_.table);
@@ -253,8 +253,8 @@ void Writer::freeSlot(uint64_t off, uint32_t cls) {
 }
 
 uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
-  checkPayload(spec_, len);
-  uint64_t off = allocSlot(classes_.classOf(slotBytesFor(spec_.keySize, len)));
+  checkPayload(shape_, len);
+  uint64_t off = allocSlot(classes_.classOf(slotBytesFor(shape_.keySize, len)));
   SlotHeader* s = slotAt(off);
   storeRelaxed(s->seq, s->seq + 1);
   std::atomic_thread_fence(std::memory_order_release);
@@ -263,7 +263,7 @@ uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
   storeRelaxed(s->payloadLen, len);
   storeRelaxed(s->hash, hash);
   storeRelaxed(s->version, ++version_);
-  std::memcpy(at(off) + slotKeyOffset(), key, spec_.keySize);
+  std::memcpy(at(off) + slotKeyOffset(), key, shape_.keySize);
   return off;
 }
 
@@ -316,7 +316,7 @@ void Writer::publishNotification(void const* key, uint32_t hash) {
   auto* qe = reinterpret_cast<QueueEntryHeader*>(e);
   storeRelaxed(qe->position, pos);
   storeRelaxed(qe->hash, hash);
-  std::memcpy(e + sizeof(QueueEntryHeader), key, spec_.keySize);
+  std::memcpy(e + sizeof(QueueEntryHeader), key, shape_.keySize);
 }
 
 void Writer::wakeSleepers() {
@@ -360,14 +360,14 @@ void Writer::prefetchBucket(uint32_t hash) const {
 uint64_t Writer::findBucket(void const* key, uint32_t hash) const {
   uint64_t cap = indexCapacity();
   uint64_t base = bucketBase();
-  uint64_t prefix = keyPrefixOf(key, spec_.keySize);
-  bool prefixIsKey = spec_.keySize <= 8;
+  uint64_t prefix = keyPrefixOf(key, shape_.keySize);
+  bool prefixIsKey = shape_.keySize <= 8;
   for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
     Bucket const* b = bucketAt(base + i * sizeof(Bucket));
     if (b->word == kEmptyBucket) return 0;
     if (bucketLive(b->word) && bucketTagMatches(b->word, hash) && b->keyPrefix == prefix &&
         (prefixIsKey ||
-         std::memcmp(at(bucketSlot(b->word)) + slotKeyOffset(), key, spec_.keySize) == 0)) {
+         std::memcmp(at(bucketSlot(b->word)) + slotKeyOffset(), key, shape_.keySize) == 0)) {
       return base + i * sizeof(Bucket);
     }
   }
@@ -382,7 +382,7 @@ uint64_t Writer::insertBucket(void const* key, uint32_t hash) {
     if (!bucketLive(b->word)) {
       if (b->word == kTombstone) --tombstones_;
       // The key goes in before the word that makes the bucket live.
-      storeRelaxed(b->keyPrefix, keyPrefixOf(key, spec_.keySize));
+      storeRelaxed(b->keyPrefix, keyPrefixOf(key, shape_.keySize));
       return base + i * sizeof(Bucket);
     }
   }

@@ -24,15 +24,15 @@ class Writer {
  public:
   // Creates the table, or attaches to the one a previous writer left. Throws
   // Error when another live process writes it (naming the path and its pid),
-  // when the file is not ours, or when the existing table disagrees with `spec`.
-  Writer(std::string const& dir, std::string const& collection, TableSpec const& spec,
+  // when the file is not ours, or when the existing table disagrees with `shape`.
+  Writer(std::string const& dir, std::string const& collection, TableShape const& shape,
          FilePermissions const& perms = {});
   ~Writer();
   Writer(Writer const&) = delete;
   Writer& operator=(Writer const&) = delete;
 
   TablePaths const& paths() const { return paths_; }
-  TableSpec const& spec() const { return spec_; }
+  TableShape const& shape() const { return shape_; }
 
   // Inserts or replaces the record of `key`. `fill(char* dst)` writes exactly
   // `len` bytes. An oversize record (Zent::RangeException) or a full file
@@ -99,8 +99,8 @@ class Writer {
   SlotHeader* slotAt(uint64_t off) const { return reinterpret_cast<SlotHeader*>(at(off)); }
   Bucket* bucketAt(uint64_t off) const { return reinterpret_cast<Bucket*>(at(off)); }
 
-  void create(TableSpec const& spec);
-  void attach(TableSpec const& spec);
+  void create(TableShape const& shape);
+  void attach(TableShape const& shape);
   void recover();
 
   uint64_t beginWrite(void const* key, uint32_t hash, uint32_t len);
@@ -125,7 +125,7 @@ class Writer {
   void publishNotification(void const* key, uint32_t hash);
   void wakeSleepers();
 
-  TableSpec spec_;
+  TableShape shape_;
   TablePaths paths_;
   FilePermissions perms_;
   int fd_ = -1;

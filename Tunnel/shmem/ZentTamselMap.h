@@ -52,9 +52,9 @@ class ZentTamselMap {
   using KeyType = Key;
   using ValueType = Value;
 
-  // `spec` gives the type and allocator names and the bound; the key size is
+  // `shape` gives the type and allocator names and the bound; the key size is
   // the key type's.
-  explicit ZentTamselMap(Tamsel::TableSpec spec) : core_(withKey(std::move(spec))) {}
+  explicit ZentTamselMap(Tamsel::TableShape shape) : core_(withKey(std::move(shape))) {}
 
   TamselMapCore& core() { return core_; }
   TamselMapCore const& core() const { return core_; }
@@ -240,7 +240,7 @@ class ZentTamselMap {
   }
 
  private:
-  static Tamsel::TableSpec withKey(Tamsel::TableSpec s) {
+  static Tamsel::TableShape withKey(Tamsel::TableShape s) {
     s.keySize = sizeof(Key);
     return s;
   }

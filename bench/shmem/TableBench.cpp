@@ -41,8 +41,8 @@ constexpr uint32_t kRecord = 680;
 // What the tunnel tables hash their 64-bit keys with.
 uint32_t keyHash(uint64_t k) { return Zent::hashU64(k); }
 
-Tamsel::TableSpec spec() {
-  Tamsel::TableSpec s;
+Tamsel::TableShape shape() {
+  Tamsel::TableShape s;
   s.typeName = "Bench::LdpLike";
   s.keySize = 8;
   s.maxPayload = 65372;
@@ -90,7 +90,7 @@ void useHugePages() {
 // The million-key table every steady-state benchmark uses, filled once.
 Tamsel::Writer& bigTable() {
   static Tamsel::Writer* w = [] {
-    auto* writer = new Tamsel::Writer(root() + "/big", "entry", spec());
+    auto* writer = new Tamsel::Writer(root() + "/big", "entry", shape());
     char rec[kRecord] = {};
     for (uint64_t k = 0; k < kKeys; ++k) {
       std::memcpy(rec, &k, 8);
@@ -133,7 +133,7 @@ void BM_InsertNewTable1M(benchmark::State& state) {
   for (auto _ : state) {
     state.PauseTiming();
     std::string dir = root() + "/insert" + std::to_string(run++);
-    auto w = std::make_unique<Tamsel::Writer>(dir, "entry", spec());
+    auto w = std::make_unique<Tamsel::Writer>(dir, "entry", shape());
     state.ResumeTiming();
     for (uint64_t k = 0; k < kKeys; ++k) {
       w->write(&k, keyHash(k), kRecord, [&](char* d) { std::memcpy(d, rec, kRecord); });
@@ -383,7 +383,7 @@ void BM_NotificationLatency(benchmark::State& state) {
   bool sameCore = state.range(0) == 1;
   for (auto _ : state) {
     std::string dir = root() + "/latency" + std::to_string(sameCore);
-    auto w = std::make_unique<Tamsel::Writer>(dir, "entry", spec());
+    auto w = std::make_unique<Tamsel::Writer>(dir, "entry", shape());
     auto* sh = static_cast<Shared*>(
         ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     sh->ready = 0;

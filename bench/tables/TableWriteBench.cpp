@@ -58,11 +58,11 @@ void stopReader(pid_t pid) {
 void BM_RawServiceWrite(benchmark::State& state) {
   std::string root = makeRoot();
   std::string dir = root + "/tunnel/table/ldp";
-  Tamsel::TableSpec spec;
-  spec.typeName = "Tunnel::TunnelTable::LdpTunnelTable";
-  spec.keySize = 8;
-  spec.maxPayload = 65372;
-  auto w = std::make_unique<Tamsel::Writer>(dir, "entry", spec);
+  Tamsel::TableShape shape;
+  shape.typeName = "Tunnel::TunnelTable::LdpTunnelTable";
+  shape.keySize = 8;
+  shape.maxPayload = 65372;
+  auto w = std::make_unique<Tamsel::Writer>(dir, "entry", shape);
   auto e = oneViaEntry(1);
   std::vector<char> rec(e.serializeLen());
   e.serialize(rec.data());

@@ -137,7 +137,7 @@ TEST(TableStampsTest, TypesAndIdentifiersAreStampedAsListed) {
     auto t = Zent::dynamicPtrCast<TunnelTableBase>(e);
     ASSERT_TRUE(t) << info.typeName();
     EXPECT_EQ(t->tunnelTableId(), id);
-    EXPECT_EQ(t->entryCore().spec().typeName, std::string(info.typeName().view()));
+    EXPECT_EQ(t->entryCore().shape().typeName, std::string(info.typeName().view()));
   }
   EXPECT_EQ(ldpTunnelTableFactory("x")->tableType(), ldpTunnel);
   EXPECT_EQ(bgpLuTunnelTableFactory("x")->tableType(), bgpLuTunnel);

@@ -102,8 +102,8 @@ bool dispatchUntil(Done&& done, Dispatch&& dispatch, int timeoutMs = 10000) {
 }
 
 // A table of 8-byte keys, as the tests use.
-inline Tamsel::TableSpec testSpec(uint32_t maxPayload, uint32_t queue) {
-  Tamsel::TableSpec s;
+inline Tamsel::TableShape testShape(uint32_t maxPayload, uint32_t queue) {
+  Tamsel::TableShape s;
   s.typeName = "Test::Table";
   s.allocatorName = "TestTable";
   s.keySize = 8;

@@ -29,8 +29,8 @@ struct Progress {
   std::atomic<uint64_t> committed[kKeys];
 };
 
-TableSpec spec() {
-  TableSpec s;
+TableShape shape() {
+  TableShape s;
   s.typeName = "Test::CrashTable";
   s.keySize = 8;
   s.maxPayload = 133120;
@@ -45,7 +45,7 @@ TEST(TamselCrashTest, KilledWritersNeverLeaveTornRecords) {
       ::mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   ASSERT_NE(progress, MAP_FAILED);
   new (progress) Progress{};
-  { Writer w(dir, "entry", spec()); }
+  { Writer w(dir, "entry", shape()); }
   Reader reader(dir, "entry", 8, Reader::Options{false, false});
 
   std::mt19937_64 rng(42);
@@ -75,7 +75,7 @@ TEST(TamselCrashTest, KilledWritersNeverLeaveTornRecords) {
     ++rounds;
     progress->started = 0;
     pid_t child = forkChild([&] {
-      Writer w(dir, "entry", spec());
+      Writer w(dir, "entry", shape());
       // Every record its predecessors committed is still there.
       for (uint64_t k = 0; k < kKeys; ++k) {
         char const* rec;

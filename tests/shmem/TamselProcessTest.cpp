@@ -16,7 +16,7 @@ using namespace TamselTest;
 
 namespace {
 
-TableSpec spec(uint32_t queue = 1024) { return testSpec(140000, queue); }
+TableShape shape(uint32_t queue = 1024) { return testShape(140000, queue); }
 
 void put(Writer& w, uint64_t key, uint64_t gen, uint32_t len) {
   auto rec = makeRecord(key, gen, len);
@@ -71,7 +71,7 @@ TEST_F(TamselProcessTest, ReaderInAnotherProcessGetsEveryKeyInOrderThroughItsFd)
   std::vector<uint64_t> sent;
   for (uint64_t i = 0; i < 3000; ++i) sent.push_back((i * 7919) % 1000);
   pid_t child = forkChild([&] {
-    Writer w(dir, "entry", spec());
+    Writer w(dir, "entry", shape());
     ready.signal();
     go.wait();
     for (size_t i = 0; i < sent.size(); ++i) {
@@ -101,7 +101,7 @@ TEST_F(TamselProcessTest, ReaderInAnotherProcessGetsEveryKeyInOrderThroughItsFd)
 
 TEST_F(TamselProcessTest, StoppedReaderCatchesUpAcrossTenQueuesOfChanges) {
   constexpr uint32_t kQueue = 256;
-  Writer w(dir, "entry", spec(kQueue));
+  Writer w(dir, "entry", shape(kQueue));
   for (uint64_t k = 0; k < 300; ++k) put(w, k, 0, 100);
   Pipe ready;
   pid_t child = forkChild([&] {
@@ -135,7 +135,7 @@ TEST_F(TamselProcessTest, StoppedReaderCatchesUpAcrossTenQueuesOfChanges) {
 TEST_F(TamselProcessTest, SecondWriterIsRefusedWhileTheFirstLivesAndAcceptedAfterItDies) {
   Pipe ready;
   pid_t child = forkChild([&] {
-    Writer w(dir, "entry", spec());
+    Writer w(dir, "entry", shape());
     put(w, 1, 1, 64);
     ready.signal();
     ::pause();
@@ -143,7 +143,7 @@ TEST_F(TamselProcessTest, SecondWriterIsRefusedWhileTheFirstLivesAndAcceptedAfte
   });
   ASSERT_TRUE(ready.wait());
   try {
-    Writer w(dir, "entry", spec());
+    Writer w(dir, "entry", shape());
     FAIL() << "second writer accepted";
   } catch (Error const& e) {
     std::string msg = e.what();
@@ -152,13 +152,13 @@ TEST_F(TamselProcessTest, SecondWriterIsRefusedWhileTheFirstLivesAndAcceptedAfte
   }
   ::kill(child, SIGKILL);
   EXPECT_EQ(waitChild(child), 128 + SIGKILL);
-  Writer w(dir, "entry", spec());
+  Writer w(dir, "entry", shape());
   EXPECT_TRUE(w.recovered());
   EXPECT_EQ(w.count(), 1u);
 }
 
 TEST_F(TamselProcessTest, WritingThroughAReadersMappingFaults) {
-  { Writer w(dir, "entry", spec()); }
+  { Writer w(dir, "entry", shape()); }
   pid_t child = forkChild([&] {
     Reader r(dir, "entry", 8);
     ::signal(SIGSEGV, SIG_DFL);  // the sanitizer would turn the fault into an exit code
@@ -176,7 +176,7 @@ TEST_F(TamselProcessTest, FullFileSystemIsACleanErrorAndTheTableStaysReadable) {
     if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) ::_exit(77);
     if (::mount("tmpfs", small.c_str(), "tmpfs", 0, "size=4m") != 0) ::_exit(77);
     std::string d = small + "/tunnel/table/static";
-    Writer w(d, "entry", spec());
+    Writer w(d, "entry", shape());
     uint64_t k = 0;
     try {
       for (; k < 1000; ++k) put(w, k, k, 130000);

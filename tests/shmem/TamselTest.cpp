@@ -15,8 +15,8 @@ using namespace TamselTest;
 
 namespace {
 
-TableSpec spec(uint32_t maxPayload = 4096, uint32_t queue = 1024) {
-  return testSpec(maxPayload, queue);
+TableShape shape(uint32_t maxPayload = 4096, uint32_t queue = 1024) {
+  return testShape(maxPayload, queue);
 }
 
 struct Recorder : Reader::Handler {
@@ -60,7 +60,7 @@ class TamselTest : public ::testing::Test {
 };
 
 TEST_F(TamselTest, RandomOperationsMatchAModelForWriterAndReader) {
-  Writer w(dir, "entry", spec());
+  Writer w(dir, "entry", shape());
   Reader r(dir, "entry", 8);
   std::map<uint64_t, uint64_t> model;
   std::mt19937_64 rng(1);
@@ -98,7 +98,7 @@ TEST_F(TamselTest, RandomOperationsMatchAModelForWriterAndReader) {
 }
 
 TEST_F(TamselTest, RemoveHandsBackTheRemovedRecord) {
-  Writer w(dir, "entry", spec());
+  Writer w(dir, "entry", shape());
   put(w, 7, 3, 100);
   std::vector<char> old;
   uint64_t k = 7;
@@ -110,7 +110,7 @@ TEST_F(TamselTest, RemoveHandsBackTheRemovedRecord) {
 }
 
 TEST_F(TamselTest, OversizeRecordIsRefusedAndNothingChanges) {
-  Writer w(dir, "entry", spec(564));
+  Writer w(dir, "entry", shape(564));
   Reader r(dir, "entry", 8);
   put(w, 1, 1, 564);
   uint64_t head = 0;
@@ -128,7 +128,7 @@ TEST_F(TamselTest, OversizeRecordIsRefusedAndNothingChanges) {
 }
 
 TEST_F(TamselTest, GrowthIsFollowedByReadersAndNeverShrinks) {
-  Writer w(dir, "entry", spec(130000));
+  Writer w(dir, "entry", shape(130000));
   Reader r(dir, "entry", 8);
   uint64_t before = r.fileBytes();
   for (uint64_t k = 0; k < 200; ++k) put(w, k, k, 100000);
@@ -147,7 +147,7 @@ TEST_F(TamselTest, GrowthIsFollowedByReadersAndNeverShrinks) {
 }
 
 TEST_F(TamselTest, FixedSizeTableAcceptsOnlyItsSize) {
-  TableSpec s = spec();
+  TableShape s = shape();
   s.fixedPayload = 48;
   Writer w(dir, "entry", s);
   put(w, 1, 1, 48);
@@ -156,7 +156,7 @@ TEST_F(TamselTest, FixedSizeTableAcceptsOnlyItsSize) {
 }
 
 TEST_F(TamselTest, ReaderThatFellBehindStillLearnsEveryChangedKey) {
-  Writer w(dir, "entry", spec(4096, 64));
+  Writer w(dir, "entry", shape(4096, 64));
   for (uint64_t k = 0; k < 100; ++k) put(w, k, 0, 64);
   Reader r(dir, "entry", 8);
   Recorder rec;
@@ -182,7 +182,7 @@ TEST_F(TamselTest, ReaderThatFellBehindStillLearnsEveryChangedKey) {
 }
 
 TEST_F(TamselTest, QuiescedFlagReachesReaders) {
-  Writer w(dir, "entry", spec());
+  Writer w(dir, "entry", shape());
   Reader r(dir, "entry", 8);
   Recorder rec;
   w.quiescedIs(true);
@@ -194,13 +194,13 @@ TEST_F(TamselTest, QuiescedFlagReachesReaders) {
 }
 
 TEST_F(TamselTest, NewWriterRecoversTheTableAndReadersResynchronise) {
-  auto w = std::make_unique<Writer>(dir, "entry", spec());
+  auto w = std::make_unique<Writer>(dir, "entry", shape());
   for (uint64_t k = 0; k < 500; ++k) put(*w, k, k, 200 + static_cast<uint32_t>(k));
   for (uint64_t k = 0; k < 100; ++k) del(*w, k);
   Reader r(dir, "entry", 8);
   Recorder rec;
   w.reset();
-  w = std::make_unique<Writer>(dir, "entry", spec());
+  w = std::make_unique<Writer>(dir, "entry", shape());
   EXPECT_TRUE(w->recovered());
   EXPECT_EQ(w->count(), 400u);
   put(*w, 1000, 1, 64);
@@ -211,8 +211,8 @@ TEST_F(TamselTest, NewWriterRecoversTheTableAndReadersResynchronise) {
 }
 
 TEST_F(TamselTest, ATableIsRefusedToAWriterOfAnotherShape) {
-  { Writer w(dir, "entry", spec(4096)); }
-  EXPECT_THROW(Writer(dir, "entry", spec(8192)), Error);
+  { Writer w(dir, "entry", shape(4096)); }
+  EXPECT_THROW(Writer(dir, "entry", shape(8192)), Error);
 }
 
 TEST_F(TamselTest, MissingTableIsAClearError) {
@@ -228,14 +228,14 @@ TEST_F(TamselTest, FilesAreCreatedWithTheMountModeWhateverTheUmask) {
   mode_t old = ::umask(0);
   FilePermissions perms;
   perms.mode = 0640;
-  { Writer w(dir, "entry", spec(), perms); }
+  { Writer w(dir, "entry", shape(), perms); }
   ::umask(old);
   struct stat st {};
   ASSERT_EQ(::stat((dir + "/entry.tbl").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
   ::umask(0077);
   std::string dir2 = root.dir("tunnel/table/other");
-  { Writer w(dir2, "entry", spec()); }
+  { Writer w(dir2, "entry", shape()); }
   ::umask(old);
   ASSERT_EQ(::stat((dir2 + "/entry.tbl").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
@@ -249,7 +249,7 @@ TEST_F(TamselTest, SymbolicLinksAndForeignFilesAreRefused) {
     std::fclose(f);
   }
   ASSERT_EQ(::symlink(target.c_str(), (dir + "/entry.lock").c_str()), 0);
-  EXPECT_THROW(Writer(dir, "entry", spec()), Error);
+  EXPECT_THROW(Writer(dir, "entry", shape()), Error);
   ::unlink((dir + "/entry.lock").c_str());
   if (::geteuid() != 0) GTEST_SKIP() << "changing a file's owner needs root";
   {
@@ -258,7 +258,7 @@ TEST_F(TamselTest, SymbolicLinksAndForeignFilesAreRefused) {
   }
   ASSERT_EQ(::chown((dir + "/entry.lock").c_str(), 65534, 65534), 0);
   try {
-    Writer w(dir, "entry", spec());
+    Writer w(dir, "entry", shape());
     FAIL();
   } catch (Error const& e) {
     EXPECT_NE(std::string(e.what()).find("owned by uid 65534"), std::string::npos) << e.what();

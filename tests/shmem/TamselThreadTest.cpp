@@ -29,7 +29,7 @@ constexpr uint32_t kMaxRecord = 18500 + kSizeJitter;
 constexpr uint32_t kQueue = 64;
 constexpr uint64_t kOps = 4000;
 
-TableSpec spec() { return testSpec(kMaxRecord, kQueue); }
+TableShape shape() { return testShape(kMaxRecord, kQueue); }
 
 uint64_t keyOf(void const* key) {
   uint64_t k;
@@ -65,7 +65,7 @@ class TamselThreadTest : public ::testing::Test {
  protected:
   StateRoot root;
   std::string dir = root.dir("tunnel/table/test");
-  Writer writer{dir, "entry", spec()};
+  Writer writer{dir, "entry", shape()};
   // Drawn up front, so that readers know which key the writer touches next.
   std::vector<Op> plan = makePlan();
   std::atomic<uint64_t> opsDone{0};

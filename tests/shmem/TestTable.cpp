@@ -4,8 +4,8 @@
 
 namespace TamselTest {
 namespace {
-Tamsel::TableSpec testSpec() {
-  Tamsel::TableSpec s;
+Tamsel::TableShape testShape() {
+  Tamsel::TableShape s;
   s.typeName = TestTable::kTypeName;
   s.allocatorName = "TestTable";
   s.maxPayload = 1000;
@@ -14,7 +14,7 @@ Tamsel::TableSpec testSpec() {
 }
 }  // namespace
 
-TestTable::TestTable(Zent::String const& name) : Entity(name), entry_(testSpec()) {
+TestTable::TestTable(Zent::String const& name) : Entity(name), entry_(testShape()) {
   entry_.entity(
       std::string(name.view()), this,
       [this](TestKey const& k) {
