@@ -151,57 +151,39 @@ struct FrrEntryTraits {
   }
 };
 
+// The text of FrrEntryTraits::small() for the entry type `type`.
+#define FRR_SMALL_TEXT(type)                                                                 \
+  "Value('Tunnel::TunnelTable::" type                                                        \
+  "', ** {'tunnelId': 52776558133255, 'nexthopTunnelId': 52776558133257, 'entryPref': 255, " \
+  "'entryMetric': 10, 'tunnelBw': 100, 'viasOrdered': false, 'endpoint': [10.0.0.1/32], "    \
+  "'name': [97, 98], 'via': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 10.0.0.2, " \
+  "'intfId': Ethernet1, 'labels': push 100}), "                                              \
+  "'backupVia': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, "              \
+  "'intfId': None, 'labels': forward}), 'isPrimaryViaUsable': true, 'seqNo': 3})"
+
 template <>
 struct EntryTraits<FrrTunnelTableEntry> : FrrEntryTraits<FrrTunnelTableEntry> {
   static constexpr const char* kName = "Tunnel::TunnelTable::FrrTunnelTableEntry";
   static constexpr TunnelType kSampleType = rsvpFrrTunnel;
-  static constexpr const char* kSmallText =
-      "Value('Tunnel::TunnelTable::FrrTunnelTableEntry', ** {'tunnelId': 52776558133255, "
-      "'nexthopTunnelId': 52776558133257, 'entryPref': 255, 'entryMetric': 10, "
-      "'tunnelBw': 100, 'viasOrdered': false, 'endpoint': [10.0.0.1/32], 'name': [97, 98], "
-      "'via': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 10.0.0.2, "
-      "'intfId': Ethernet1, 'labels': push 100}), "
-      "'backupVia': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, "
-      "'intfId': None, 'labels': forward}), 'isPrimaryViaUsable': true, 'seqNo': 3})";
+  static constexpr const char* kSmallText = FRR_SMALL_TEXT("FrrTunnelTableEntry");
 };
 template <>
 struct EntryTraits<RsvpFrrTunnelTableEntry> : FrrEntryTraits<RsvpFrrTunnelTableEntry> {
   static constexpr const char* kName = "Tunnel::TunnelTable::RsvpFrrTunnelTableEntry";
   static constexpr TunnelType kSampleType = rsvpFrrTunnel;
-  static constexpr const char* kSmallText =
-      "Value('Tunnel::TunnelTable::RsvpFrrTunnelTableEntry', ** {'tunnelId': 52776558133255, "
-      "'nexthopTunnelId': 52776558133257, 'entryPref': 255, 'entryMetric': 10, "
-      "'tunnelBw': 100, 'viasOrdered': false, 'endpoint': [10.0.0.1/32], 'name': [97, 98], "
-      "'via': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 10.0.0.2, "
-      "'intfId': Ethernet1, 'labels': push 100}), "
-      "'backupVia': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, "
-      "'intfId': None, 'labels': forward}), 'isPrimaryViaUsable': true, 'seqNo': 3})";
+  static constexpr const char* kSmallText = FRR_SMALL_TEXT("RsvpFrrTunnelTableEntry");
 };
 template <>
 struct EntryTraits<RsvpLerSubTunnelTableEntry> : FrrEntryTraits<RsvpLerSubTunnelTableEntry> {
   static constexpr const char* kName = "Tunnel::TunnelTable::RsvpLerSubTunnelTableEntry";
   static constexpr TunnelType kSampleType = rsvpLerSubTunnel;
-  static constexpr const char* kSmallText =
-      "Value('Tunnel::TunnelTable::RsvpLerSubTunnelTableEntry', "
-      "** {'tunnelId': 52776558133255, 'nexthopTunnelId': 52776558133257, 'entryPref': 255, "
-      "'entryMetric': 10, 'tunnelBw': 100, 'viasOrdered': false, 'endpoint': [10.0.0.1/32], "
-      "'name': [97, 98], 'via': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 10.0.0.2, "
-      "'intfId': Ethernet1, 'labels': push 100}), "
-      "'backupVia': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, "
-      "'intfId': None, 'labels': forward}), 'isPrimaryViaUsable': true, 'seqNo': 3})";
+  static constexpr const char* kSmallText = FRR_SMALL_TEXT("RsvpLerSubTunnelTableEntry");
 };
 template <>
 struct EntryTraits<TiLfaTunnelTableEntry> : FrrEntryTraits<TiLfaTunnelTableEntry> {
   static constexpr const char* kName = "Tunnel::TunnelTable::TiLfaTunnelTableEntry";
   static constexpr TunnelType kSampleType = tiLfaTunnel;
-  static constexpr const char* kSmallText =
-      "Value('Tunnel::TunnelTable::TiLfaTunnelTableEntry', ** {'tunnelId': 52776558133255, "
-      "'nexthopTunnelId': 52776558133257, 'entryPref': 255, 'entryMetric': 10, "
-      "'tunnelBw': 100, 'viasOrdered': false, 'endpoint': [10.0.0.1/32], 'name': [97, 98], "
-      "'via': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 10.0.0.2, "
-      "'intfId': Ethernet1, 'labels': push 100}), "
-      "'backupVia': Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, "
-      "'intfId': None, 'labels': forward}), 'isPrimaryViaUsable': true, 'seqNo': 3})";
+  static constexpr const char* kSmallText = FRR_SMALL_TEXT("TiLfaTunnelTableEntry");
 };
 
 // The FRR record, 18 bytes of LER fields, then the split via count at 789.
