@@ -313,13 +313,40 @@ struct Shared {
   std::atomic<int> ready;
 };
 
-void reportPercentiles(benchmark::State& state, std::vector<int64_t>& lat) {
+void reportPercentiles(benchmark::State& state, std::vector<int64_t> lat) {
+  if (lat.empty()) {
+    state.SkipWithError("the measuring process sent no samples");
+    return;
+  }
   std::sort(lat.begin(), lat.end());
   state.counters["p50_us"] = static_cast<double>(lat[lat.size() / 2]) / 1000.0;
   state.counters["p99_us"] = static_cast<double>(lat[lat.size() * 99 / 100]) / 1000.0;
 }
 
 constexpr int kSamples = 20000;
+
+// The latencies the measuring child sends through `fd` before it exits.
+std::vector<int64_t> samplesOf(pid_t child, int fd) {
+  std::vector<int64_t> lat(kSamples);
+  size_t got = 0;
+  while (got < lat.size() * sizeof(int64_t)) {
+    ssize_t n =
+        ::read(fd, reinterpret_cast<char*>(lat.data()) + got, lat.size() * sizeof(int64_t) - got);
+    if (n <= 0) break;
+    got += static_cast<size_t>(n);
+  }
+  ::waitpid(child, nullptr, 0);
+  lat.resize(got / sizeof(int64_t));
+  return lat;
+}
+
+void unpin() {
+  cpu_set_t all;
+  CPU_ZERO(&all);
+  CPU_SET(0, &all);
+  CPU_SET(1, &all);
+  sched_setaffinity(0, sizeof all, &all);
+}
 
 // One process writes a timestamp and wakes the other through an eventfd; the
 // other measures how long the wake-up took.
@@ -352,27 +379,14 @@ void BM_RawEventfdWake(benchmark::State& state) {
       (void)!::write(go, &v, sizeof v);
       (void)!::read(ack, &v, sizeof v);
     }
-    std::vector<int64_t> lat(kSamples);
-    size_t got = 0;
-    while (got < lat.size() * sizeof(int64_t)) {
-      ssize_t n = ::read(res[0], reinterpret_cast<char*>(lat.data()) + got,
-                         lat.size() * sizeof(int64_t) - got);
-      if (n <= 0) break;
-      got += static_cast<size_t>(n);
-    }
-    ::waitpid(pid, nullptr, 0);
-    reportPercentiles(state, lat);
+    reportPercentiles(state, samplesOf(pid, res[0]));
     ::close(go);
     ::close(ack);
     ::close(res[0]);
     ::close(res[1]);
     ::munmap(sh, sizeof(Shared));
   }
-  cpu_set_t all;
-  CPU_ZERO(&all);
-  CPU_SET(0, &all);
-  CPU_SET(1, &all);
-  sched_setaffinity(0, sizeof all, &all);
+  unpin();
 }
 BENCHMARK(BM_RawEventfdWake)->Arg(0)->Arg(1)->Iterations(1)->ArgName("sameCore");
 
@@ -425,26 +439,13 @@ void BM_NotificationLatency(benchmark::State& state) {
       uint64_t v;
       (void)!::read(ack, &v, sizeof v);
     }
-    std::vector<int64_t> lat(kSamples);
-    size_t got = 0;
-    while (got < lat.size() * sizeof(int64_t)) {
-      ssize_t n = ::read(res[0], reinterpret_cast<char*>(lat.data()) + got,
-                         lat.size() * sizeof(int64_t) - got);
-      if (n <= 0) break;
-      got += static_cast<size_t>(n);
-    }
-    ::waitpid(pid, nullptr, 0);
-    reportPercentiles(state, lat);
+    reportPercentiles(state, samplesOf(pid, res[0]));
     ::close(ack);
     ::close(res[0]);
     ::close(res[1]);
     ::munmap(sh, sizeof(Shared));
   }
-  cpu_set_t all;
-  CPU_ZERO(&all);
-  CPU_SET(0, &all);
-  CPU_SET(1, &all);
-  sched_setaffinity(0, sizeof all, &all);
+  unpin();
 }
 BENCHMARK(BM_NotificationLatency)->Arg(0)->Arg(1)->Iterations(1)->ArgName("sameCore");
 
