@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds under AddressSanitizer
 # and UndefinedBehaviorSanitizer and runs every test through ctest, runs the
-# ThreadSanitizer-labelled tests under ThreadSanitizer, and checks that the
-# optimised build (tools, benchmarks) and the clang build compile warning-free.
+# ThreadSanitizer-labelled tests under ThreadSanitizer, checks that the
+# optimised build (tools, benchmarks) and the clang build compile warning-free,
+# and holds the tree to clang-format and clang-tidy (scripts/lint.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # Clones in other directories share the compiler cache.
@@ -29,4 +30,7 @@ cmake --preset release >/dev/null
 cmake --build --preset release -j "$jobs"
 cmake --preset clang-release >/dev/null
 cmake --build --preset clang-release -j "$jobs"
+
+step "clang-format and clang-tidy"
+bash scripts/lint.sh build/clang-release
 echo "test.sh: all green"
