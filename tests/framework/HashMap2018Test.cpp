@@ -13,19 +13,12 @@ using Zent::HashMap2018;
 using Zent::Ptr;
 
 // A member of the internal-key form: it carries its own key.
-class Rec : public Zent::PtrInterface {
- public:
-  Rec(uint32_t key, uint32_t value) : key_(key), value_(value) {}
-  uint32_t key() const { return key_; }
-  uint32_t value() const { return value_; }
-
- private:
-  uint32_t key_;
-  uint32_t value_;
+struct Rec : Zent::PtrInterface {
+  Rec(uint32_t k, uint32_t v) : key(k), value(v) {}
+  uint32_t const key, value;
 };
-
 struct RecKeyFunktor {
-  uint32_t operator()(Ptr<Rec const> const& r) const { return r->key(); }
+  uint32_t operator()(Ptr<Rec const> const& r) const { return r->key; }
 };
 
 // The two forms, each reduced to a key -> uint32_t model.
@@ -41,7 +34,7 @@ struct InternalKey {
   static Ptr<Rec const> make(uint32_t k, uint32_t v) {
     return Ptr<Rec const>(Zent::newTracked<Rec>(k, v));
   }
-  static uint32_t valueOf(Ptr<Rec const> const& r) { return r->value(); }
+  static uint32_t valueOf(Ptr<Rec const> const& r) { return r->value; }
   static bool isDefault(Ptr<Rec const> const& r) { return !r; }
 };
 
@@ -144,20 +137,11 @@ TYPED_TEST(HashMap2018Test, DeletingTheCurrentMemberStillVisitsEveryMemberOnce) 
     }
   }
   EXPECT_EQ(visited, std::multiset<uint32_t>(all.begin(), all.end()));
-  std::set<uint32_t> left;
-  for (auto const& [k, v] : TestFixture::contents(m)) left.insert(k);
-  EXPECT_EQ(left, kept);
+  EXPECT_EQ(m.size(), kept.size());
+  for (uint32_t k : kept) EXPECT_TRUE(m.contains(k));
 
   for (auto it = m.begin(); it; ++it) m.deleteMember(it.key());
   EXPECT_TRUE(m.empty());
-}
-
-TEST(HashMap2018Test, ExternalKeyIndexOperatorInsertsADefault) {
-  HashMap2018<uint16_t, uint32_t> m;
-  m[5] = 9;
-  EXPECT_EQ(m.lookup(5), 9u);
-  EXPECT_EQ(m[6], 0u);
-  EXPECT_EQ(m.size(), 2u);
 }
 
 TEST(HashMap2018DeathTest, InternalKeyMemberUnderAnotherKeyAborts) {

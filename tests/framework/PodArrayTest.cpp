@@ -43,40 +43,21 @@ std::vector<Hop> elements(Hops const& a) {
 
 Hop hop(uint32_t label) { return Hop{label, static_cast<uint16_t>(label % 7)}; }
 
-TEST(PodArrayTest, MemberIsPastTheEndFillsTheGapWithDefaults) {
+TEST(PodArrayTest, MemberIsPastTheEndFillsTheGapAndMemberDelShiftsDown) {
   Hops a;
   a.memberIs(0, hop(10));
   a.memberIs(4, hop(14));
-  EXPECT_EQ(a.count(), 5u);
-  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(10), Hop{}, Hop{}, Hop{}, hop(14)}));
-  EXPECT_EQ(a.member(7), Hop{});
-
   a.memberIs(2, hop(12));  // inside: replaces, length unchanged
-  EXPECT_EQ(a.count(), 5u);
-  EXPECT_EQ(a[2], hop(12));
-
+  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(10), Hop{}, hop(12), Hop{}, hop(14)}));
+  EXPECT_EQ(a.member(7), Hop{});
+  EXPECT_THROW(a.memberIs(600, hop(1)), Zent::RangeException);
+  a._memberDel(1);
+  a._memberDel(4);  // past the end: nothing
+  a._memberDel(3);
+  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(10), hop(12), Hop{}}));
   a.memberIs(599, hop(1));
-  EXPECT_EQ(a.count(), 600u);
   EXPECT_TRUE(a.full());
   EXPECT_FALSE(a.push(hop(2)));
-}
-
-TEST(PodArrayTest, IndexPastCapacityIsARangeErrorOfTheIndexType) {
-  Hops a;
-  EXPECT_THROW(a.memberIs(600, hop(1)), Zent::RangeException);
-  EXPECT_EQ(a.count(), 0u);
-}
-
-TEST(PodArrayTest, MemberDelShiftsLaterMembersDown) {
-  Hops a;
-  for (uint32_t i = 0; i < 5; ++i) a.push(hop(i));
-  a._memberDel(1);
-  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(0), hop(2), hop(3), hop(4)}));
-  a._memberDel(3);
-  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(0), hop(2), hop(3)}));
-  a._memberDel(3);  // past the end: nothing
-  a._memberDel(0);
-  EXPECT_EQ(elements(a), (std::vector<Hop>{hop(2), hop(3)}));
 }
 
 TEST(PodArrayTest, SetBeyondCapacityThrowsAndLeavesTheArrayUnchanged) {
@@ -112,13 +93,11 @@ TEST(PodArrayTest, CopyEqualityAndHashUseOnlyTheUsedElements) {
   EXPECT_EQ(a.hash(3), b.hash(3));
 
   Hops c(a);
-  EXPECT_EQ(c, b);
   c.memberIs(1, hop(99));
   EXPECT_NE(c, a);
   EXPECT_NE(c.hash(3), a.hash(3));
   c = b;
   EXPECT_EQ(c, a);
-
   Hops shorter;
   shorter.push(hop(1));
   EXPECT_NE(shorter, a);
