@@ -13,13 +13,11 @@ TEST(CountersTest, CountersKeepTheirAddressAndSetsAreListedWhileTheyLive) {
     Zent::CounterSet set("table");
     seen = &set;
     Zent::Counter& entryIs = set.counterIs("entryIs");
-    set.counterIs("entryDel").inc(3);
-    for (int i = 0; i < 100; ++i) set.counterIs("c" + std::to_string(i));
+    for (int i = 0; i < 100; ++i) set.counterIs(std::to_string(i)).inc(3);
     EXPECT_EQ(&set.counterIs("entryIs"), &entryIs);  // references survive later counters
     entryIs.inc();
     EXPECT_EQ(set.value("entryIs"), 1u);
-    EXPECT_EQ(set.value("entryDel"), 3u);
-    EXPECT_EQ(set.value("entryNotify"), 0u);
+    EXPECT_EQ(set.value("99"), 3u);
     EXPECT_EQ(set.counter("entryNotify"), nullptr);
     auto sets = Zent::counterSets();
     EXPECT_NE(std::find(sets.begin(), sets.end(), seen), sets.end());

@@ -44,15 +44,12 @@ class PtrThreadTest : public ::testing::Test {
   // names, many times over.
   static void churn(std::vector<Ptr<Shared>> const& objects, int seed) {
     for (int r = 0; r < kRounds; ++r) {
-      Ptr<Shared> const& src = objects[static_cast<size_t>(r + seed) % objects.size()];
-      Ptr<Shared> a(src);
-      Ptr<Shared const> b(a);
-      Ptr<Shared> c;
-      c = a;
-      Ptr<Shared> d(std::move(c));
-      Zent::String name = b->name;
-      Zent::String copy;
-      copy = name;
+      Ptr<Shared> a(objects[static_cast<size_t>(r + seed) % objects.size()]);
+      Ptr<Shared const> b;
+      b = a;
+      Ptr<Shared> d(std::move(a));
+      Zent::String name;
+      name = b->name;
       d.ptrAssign(nullptr);
     }
   }
@@ -83,8 +80,6 @@ TEST_F(PtrThreadTest, LastReferenceDroppedOnAnyThreadDestroysOnce) {
       std::vector<Ptr<Shared>> mine = std::move(copies[static_cast<size_t>(t)]);
       std::vector<Zent::String> myNames = names;
       churn(mine, t);
-      mine.clear();
-      myNames.clear();
     });
   }
   names.clear();

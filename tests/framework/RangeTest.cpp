@@ -1,3 +1,5 @@
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Range.h"
@@ -24,8 +26,6 @@ template <typename Traits>
 class RangedIntTest : public ::testing::Test {
  protected:
   using Int = Zent::RangedInt<Traits>;
-  static constexpr uint64_t kMin = Traits::min;
-  static constexpr uint64_t kMax = Traits::max;
 
   // Runs `op` on a copy of `v`, expects the range error with the type's
   // message, and that the value did not change.
@@ -36,7 +36,8 @@ class RangedIntTest : public ::testing::Test {
       op(v);
       ADD_FAILURE() << "accepted";
     } catch (Zent::RangeException const& e) {
-      EXPECT_EQ(e.what(), Zent::rangeMessage(Traits::typeName));
+      std::string const t = Traits::typeName;
+      EXPECT_EQ(e.what(), t + "::value < " + t + "::min or > " + t + "::max not allowed");
     }
     EXPECT_EQ(v, before);
   }
@@ -47,7 +48,7 @@ TYPED_TEST_SUITE(RangedIntTest, Traits);
 
 TYPED_TEST(RangedIntTest, BoundsAreCheckedAtBothEndsAndFailuresKeepTheValue) {
   using Int = typename TestFixture::Int;
-  uint64_t const lo = TestFixture::kMin, hi = TestFixture::kMax;
+  uint64_t const lo = TypeParam::min, hi = TypeParam::max;
   EXPECT_EQ(Int().value(), lo);
   EXPECT_EQ(Int(hi).value(), hi);
   EXPECT_THROW(Int(hi + 1), Zent::RangeException);
@@ -64,19 +65,9 @@ TYPED_TEST(RangedIntTest, BoundsAreCheckedAtBothEndsAndFailuresKeepTheValue) {
   TestFixture::expectRejected(bottom, [](Int& v) { --v; });
   TestFixture::expectRejected(top, [hi](Int& v) { v -= hi + 1; });
   Int v(lo);
-  ++v;
   v += 2;
-  EXPECT_EQ((v - uint64_t{3}).value(), lo);
+  EXPECT_EQ((++v - uint64_t{3}).value(), lo);
   EXPECT_EQ((v++).value(), lo + 3);
-  EXPECT_EQ(v.value(), lo + 4);
-}
-
-TEST(RangeMessageTest, NamesTheTypeAndItsBounds) {
-  EXPECT_EQ(Zent::rangeMessage("Tunnel::TunnelTable::ViaIndex"),
-            "Tunnel::TunnelTable::ViaIndex::value < Tunnel::TunnelTable::ViaIndex::min or > "
-            "Tunnel::TunnelTable::ViaIndex::max not allowed");
-  EXPECT_EQ(Zent::rangeMessage("A::Id", "minValue", "maxValue"),
-            "A::Id::value < A::Id::minValue or > A::Id::maxValue not allowed");
 }
 
 }  // namespace
