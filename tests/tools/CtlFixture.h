@@ -1,7 +1,6 @@
 #pragma once
-// The fixture of the tunnelctl tests: a private state root in which the test
-// process itself writes the LDP table (so the tool, another process, sees a
-// live writer), with entries built as the demo builds them.
+// A private state root in which the test process itself writes the LDP table
+// (so tunnelctl, another process, sees a live writer), with the demo's entries.
 
 #include <sstream>
 #include <string>
@@ -55,8 +54,7 @@ class CtlFixture : public ::testing::Test {
 
   // The command line `args` with this test's state root.
   std::vector<std::string> withRoot(std::vector<std::string> args) const {
-    args.push_back("--root");
-    args.push_back(root_.path());
+    args.insert(args.end(), {"--root", root_.path()});
     return args;
   }
   RunResult ctl(std::vector<std::string> const& args) const { return run(withRoot(args)); }

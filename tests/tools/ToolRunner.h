@@ -1,9 +1,7 @@
 #pragma once
-// Runs the built tunnelctl as a user would: a child process whose stdout and
-// stderr go to memory files read while it runs; waited for, or interrupted
-// like Ctrl-C.
+// Runs the built tunnelctl as a user would: its stdout and stderr go to memory
+// files read while it runs; waited for, or interrupted like Ctrl-C.
 
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -20,8 +18,7 @@ namespace ToolTest {
 
 struct RunResult {
   int code = -1;  // exit code, or 128 + signal
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 class Tool {
@@ -67,9 +64,8 @@ class Tool {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     pid_ = -1;
-    RunResult r = seen();
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return r;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), text(out_),
+            text(err_)};
   }
 
  private:

@@ -1,6 +1,5 @@
 // tunnelctl run as a user runs it, against a table this test process writes:
-// tables and counters, show in its three forms, and watch and redist following
-// changes made here.
+// show in its three forms, watch and redist following changes, tables, counters.
 
 #include <csignal>
 #include <sstream>
@@ -21,9 +20,10 @@ using Json = nlohmann::json;
 class TunnelCtlTest : public CtlFixture {};
 
 // Keys are stored in byte order: show sorts by id, or keeps the order asked
-// for, with an id given as type:index, decimal or hex.
-TEST_F(TunnelCtlTest, ShowPrintsEntriesInIdOrderOrInTheOrderAskedInAnyIdForm) {
-  auto e300 = putLdp(300, 7, 30);
+// for, with an id given as type:index, decimal or hex. The dump is the entry's
+// own, headed by its key; JSON keeps the canonical field names and order.
+TEST_F(TunnelCtlTest, ShowInIdOrderOrAsAskedAsTextDumpOrJson) {
+  auto e300 = putLdp(300, 7, 30, 3);
   auto e2 = putLdp(2, 5, 20);
   auto e1 = putLdp(1, 260, 10);  // an IPv6 endpoint
   auto all = ctl({"show", "ldp"});
@@ -35,43 +35,23 @@ TEST_F(TunnelCtlTest, ShowPrintsEntriesInIdOrderOrInTheOrderAskedInAnyIdForm) {
   ASSERT_EQ(some.code, 0) << some.err;
   EXPECT_EQ(lines(some.out),
             (std::vector<std::string>{e300.stringValue(), e1.stringValue(), e2.stringValue()}));
-}
 
-// The dump is the entry's own, headed by its key; JSON keeps the canonical
-// field names and order.
-TEST_F(TunnelCtlTest, ShowDumpAndJsonRenderTheEntryItself) {
-  auto e = putLdp(7, 2, 70, 3);
-  std::ostringstream expected;
-  Tunnel::TunnelTable::DumpContext ctx(expected);
-  e.dumpState(&ctx, 2);
-  auto r = ctl({"show", "ldp", "ldpTunnel:7", "--dump"});
-  ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_EQ(r.out, fmt::format("ldpTunnel:7 ({})\n{}\n", ldpId(7).value(), expected.str()));
-
+  std::ostringstream dump;
+  Tunnel::TunnelTable::DumpContext ctx(dump);
+  e300.dumpState(&ctx, 2);
+  auto d = ctl({"show", "ldp", "ldpTunnel:300", "--dump"});
+  ASSERT_EQ(d.code, 0) << d.err;
+  EXPECT_EQ(d.out, fmt::format("ldpTunnel:300 ({})\n{}\n", ldpId(300).value(), dump.str()));
   auto j = ctl({"show", "ldp", "--json"});
   ASSERT_EQ(j.code, 0) << j.err;
-  auto all = nlohmann::ordered_json::parse(j.out);
-  ASSERT_EQ(all.size(), 1u);
-  // The converter is tested on its own: here it is the oracle for the whole entry.
-  EXPECT_EQ(all[0], TunnelCtl::canonicalTextToJson(e.stringValue()));
-  EXPECT_EQ(all[0].begin().key(), "tunnelId");
-  EXPECT_EQ(all[0]["via"].size(), 3u);
+  auto json = nlohmann::ordered_json::parse(j.out);
+  ASSERT_EQ(json.size(), 3u);
+  // The converter is tested on its own (fields in order): here it is the oracle.
+  EXPECT_EQ(json[2], TunnelCtl::canonicalTextToJson(e300.stringValue()));
 }
 
-TEST_F(TunnelCtlTest, WatchPrintsChangesAnotherProcessMakes) {
-  putLdp(1, 1, 10);
-  Tool watch(withRoot({"watch", "ldp"}));
-  ASSERT_TRUE(watch.waitFor("Ctrl-C stops", true)) << watch.seen().err;
-  auto added = putLdp(9, 4, 90);
-  ldp_->entryDel(ldpId(1));
-  EXPECT_TRUE(watch.waitFor("ldpTunnel:1 deleted\n")) << watch.seen().out;
-  auto r = watch.stop(SIGINT);
-  EXPECT_EQ(r.code, 0) << r.err;
-  EXPECT_EQ(lines(r.out), (std::vector<std::string>{"ldpTunnel:9 " + added.stringValue(),
-                                                    "ldpTunnel:1 deleted"}));
-}
-
-TEST_F(TunnelCtlTest, RedistPrintsWhatTheTableImpliesAndFollowsIt) {
+// Both follow changes this process makes; redist prints what the table implies.
+TEST_F(TunnelCtlTest, WatchAndRedistFollowChangesAnotherProcessMakes) {
   putLdp(1, 5, 10);
   putLdp(2, 5, 20);
   putLdp(3, 6, 30);
@@ -85,14 +65,21 @@ TEST_F(TunnelCtlTest, RedistPrintsWhatTheTableImpliesAndFollowsIt) {
                                         {{"tunnelId": {}, "igpMetric": 20}}])",
                                     ldpId(1).value(), ldpId(2).value())));
 
-  Tool watch(withRoot({"redist", "ldp", "--watch"}));
-  ASSERT_TRUE(watch.waitFor("2 entries, 3 members")) << watch.seen().out << watch.seen().err;
-  putLdp(3, 7, 35);  // moves to another endpoint
-  std::string moved = TunnelCtl::Demo::demoPrefix(7).stringValue() + "  1 member\n" +
-                      fmt::format("    {:<24} metric 35", "ldpTunnel:3");
-  EXPECT_TRUE(watch.waitFor(moved)) << watch.seen().out;
-  auto stopped = watch.stop(SIGINT);
-  EXPECT_EQ(stopped.code, 0) << stopped.err;
+  Tool watch(withRoot({"watch", "ldp"}));
+  Tool redist(withRoot({"redist", "ldp", "--watch"}));
+  ASSERT_TRUE(watch.waitFor("Ctrl-C stops", true)) << watch.seen().err;
+  ASSERT_TRUE(redist.waitFor("2 entries, 3 members")) << redist.seen().out << redist.seen().err;
+  auto moved = putLdp(3, 7, 35);  // to another endpoint
+  ldp_->entryDel(ldpId(1));
+  EXPECT_TRUE(watch.waitFor("ldpTunnel:1 deleted\n")) << watch.seen().out;
+  EXPECT_TRUE(redist.waitFor(TunnelCtl::Demo::demoPrefix(7).stringValue() + "  1 member\n" +
+                             fmt::format("    {:<24} metric 35", "ldpTunnel:3")))
+      << redist.seen().out;
+  auto w = watch.stop(SIGINT);
+  EXPECT_EQ(w.code, 0) << w.err;
+  EXPECT_EQ(lines(w.out), (std::vector<std::string>{"ldpTunnel:3 " + moved.stringValue(),
+                                                    "ldpTunnel:1 deleted"}));
+  EXPECT_EQ(redist.stop(SIGINT).code, 0);
 }
 
 TEST_F(TunnelCtlTest, TablesAndCountersShowWhatTheLiveWriterPublished) {
@@ -113,15 +100,12 @@ TEST_F(TunnelCtlTest, TablesAndCountersShowWhatTheLiveWriterPublished) {
   EXPECT_EQ(all[0]["entries"], 1);
   EXPECT_EQ(all[0]["writerPid"], ::getpid());
   EXPECT_EQ(all[0]["writerAlive"], true);
-  EXPECT_GT(all[0]["liveBytes"].get<uint64_t>(), 0u);
   auto c = ctl({"counters", "ldp", "--json"});
   ASSERT_EQ(c.code, 0) << c.err;
   Json const j = Json::parse(c.out);
   EXPECT_EQ(j["entryIs"], 3);
   EXPECT_EQ(j["entryDel"], 2);
   EXPECT_EQ(j["entryNotify"], 4);
-  EXPECT_EQ(j["entries"], 1);
-  EXPECT_EQ(j["writerAlive"], true);
 }
 
 }  // namespace
