@@ -1,3 +1,5 @@
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Range.h"
@@ -24,8 +26,6 @@ template <typename Traits>
 class RangedIntTest : public ::testing::Test {
  protected:
   using Int = Zent::RangedInt<Traits>;
-  static constexpr uint64_t kMin = Traits::min;
-  static constexpr uint64_t kMax = Traits::max;
 
   // Runs `op` on a copy of `v`, expects the range error with the type's
   // message, and that the value did not change.
@@ -36,7 +36,8 @@ class RangedIntTest : public ::testing::Test {
       op(v);
       ADD_FAILURE() << "accepted";
     } catch (Zent::RangeException const& e) {
-      EXPECT_EQ(e.what(), Zent::rangeMessage(Traits::typeName));
+      std::string const t = Traits::typeName;
+      EXPECT_EQ(e.what(), t + "::value < " + t + "::min or > " + t + "::max not allowed");
     }
     EXPECT_EQ(v, before);
   }
@@ -45,52 +46,28 @@ class RangedIntTest : public ::testing::Test {
 using Traits = ::testing::Types<ZeroBased, OneBased>;
 TYPED_TEST_SUITE(RangedIntTest, Traits);
 
-TYPED_TEST(RangedIntTest, AcceptsTheBoundsAndRejectsConstructionOutside) {
+TYPED_TEST(RangedIntTest, BoundsAreCheckedAtBothEndsAndFailuresKeepTheValue) {
   using Int = typename TestFixture::Int;
-  EXPECT_EQ(Int(TestFixture::kMin).value(), TestFixture::kMin);
-  EXPECT_EQ(Int(TestFixture::kMax).value(), TestFixture::kMax);
-  EXPECT_THROW(Int(TestFixture::kMax + 1), Zent::RangeException);
-  // Not truncated to the representation first.
-  EXPECT_THROW(Int((uint64_t{1} << 32) + TestFixture::kMin), Zent::RangeException);
-  if (TestFixture::kMin > 0) {
-    EXPECT_THROW(Int(TestFixture::kMin - 1), Zent::RangeException);
+  constexpr uint64_t lo = TypeParam::min, hi = TypeParam::max;
+  EXPECT_EQ(Int().value(), lo);
+  EXPECT_EQ(Int(hi).value(), hi);
+  EXPECT_THROW(Int(hi + 1), Zent::RangeException);
+  EXPECT_THROW(Int((uint64_t{1} << 32) + lo), Zent::RangeException);  // not truncated first
+  if (lo > 0) {
+    EXPECT_THROW(Int(lo - 1), Zent::RangeException);
   }
-}
-
-TYPED_TEST(RangedIntTest, FailedChangesThrowTheTypeMessageAndKeepTheValue) {
-  using Int = typename TestFixture::Int;
-  Int const top(TestFixture::kMax);
-  Int const bottom(TestFixture::kMin);
-  TestFixture::expectRejected(top, [](Int& v) { v.valueIs(TestFixture::kMax + 1); });
+  Int const top(hi), bottom(lo);
+  TestFixture::expectRejected(top, [](Int& v) { v.valueIs(hi + 1); });
   TestFixture::expectRejected(top, [](Int& v) { ++v; });
   TestFixture::expectRejected(top, [](Int& v) { v++; });
-  TestFixture::expectRejected(bottom,
-                              [](Int& v) { v += TestFixture::kMax - TestFixture::kMin + 1; });
+  TestFixture::expectRejected(bottom, [](Int& v) { v += hi - lo + 1; });
   TestFixture::expectRejected(bottom, [](Int& v) { v += ~uint64_t{0}; });
   TestFixture::expectRejected(bottom, [](Int& v) { --v; });
-  TestFixture::expectRejected(bottom, [](Int& v) { v -= 1; });
-  TestFixture::expectRejected(top, [](Int& v) { v -= TestFixture::kMax + 1; });
-}
-
-TYPED_TEST(RangedIntTest, ArithmeticInsideTheRangeWorks) {
-  using Int = typename TestFixture::Int;
-  Int v(TestFixture::kMin);
-  ++v;
+  TestFixture::expectRejected(top, [](Int& v) { v -= hi + 1; });
+  Int v(lo);
   v += 2;
-  EXPECT_EQ(v.value(), TestFixture::kMin + 3);
-  EXPECT_EQ((v - uint64_t{3}).value(), TestFixture::kMin);
-  EXPECT_EQ((v++).value(), TestFixture::kMin + 3);
-  EXPECT_EQ(v.value(), TestFixture::kMin + 4);
-  EXPECT_LT(Int(TestFixture::kMin), v);
-  EXPECT_EQ(Int().value(), TestFixture::kMin);
-}
-
-TEST(RangeMessageTest, NamesTheTypeAndItsBounds) {
-  EXPECT_EQ(Zent::rangeMessage("Tunnel::TunnelTable::ViaIndex"),
-            "Tunnel::TunnelTable::ViaIndex::value < Tunnel::TunnelTable::ViaIndex::min or > "
-            "Tunnel::TunnelTable::ViaIndex::max not allowed");
-  EXPECT_EQ(Zent::rangeMessage("A::Id", "minValue", "maxValue"),
-            "A::Id::value < A::Id::minValue or > A::Id::maxValue not allowed");
+  EXPECT_EQ((++v - uint64_t{3}).value(), lo);
+  EXPECT_EQ((v++).value(), lo + 3);
 }
 
 }  // namespace

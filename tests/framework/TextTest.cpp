@@ -4,100 +4,69 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Text.h"
-#include "tests/framework/TestValues.h"
 
-namespace FrameworkTest {
 namespace {
 
 using Zent::ParseError;
 using Zent::String;
 
-// A value holding a nested value, a list of values and a bool: the shapes the
-// text reader must keep whole while it splits the top-level fields.
-struct Bundle {
-  static constexpr const char* kTypeName = "FrameworkTest::Bundle";
+// A value holding a string, a number and a list of its own kind: the
+// shapes the text reader must keep whole while it splits the top-level fields.
+struct Node {
+  static constexpr const char* kTypeName = "FrameworkTest::Node";
   String name;
-  Payload primary;
-  std::vector<Payload> extras;
-  bool active = false;
+  uint32_t id = 0;
+  std::vector<Node> kids;
 
-  Bundle() = default;
-  Bundle(String n, Payload p, std::vector<Payload> e, bool a)
-      : name(std::move(n)), primary(std::move(p)), extras(std::move(e)), active(a) {}
-  Bundle(String::IteratorConst& it, String::IteratorConst const& end) {
+  Node() = default;
+  Node(String n, uint32_t i, std::vector<Node> k = {})
+      : name(std::move(n)), id(i), kids(std::move(k)) {}
+  Node(String::IteratorConst& it, String::IteratorConst const& end) {
     Zent::ValueTextReader r(std::string_view(it.ptr(), static_cast<size_t>(end - it)), kTypeName);
     name = Zent::parseFieldText<String>(r.field("name"), kTypeName);
-    primary = Zent::parseFieldText<Payload>(r.field("primary"), kTypeName);
-    for (std::string_view e : Zent::splitListText(r.field("extras"))) {
-      extras.push_back(Zent::parseFieldText<Payload>(e, kTypeName));
+    id = Zent::parseFieldText<uint32_t>(r.field("id"), kTypeName);
+    for (std::string_view e : Zent::splitListText(r.field("kids"))) {
+      kids.push_back(Zent::parseFieldText<Node>(e, kTypeName));
     }
-    active = Zent::parseFieldText<bool>(r.field("active"), kTypeName);
     it = end;
   }
-  bool operator==(Bundle const&) const = default;
+  bool operator==(Node const&) const = default;
   std::string stringValue() const {
-    std::string const list = Zent::arrayText(extras);
+    std::string const list = Zent::arrayText(kids);
     return Zent::ValueText(kTypeName)
         .field("name", name)
-        .field("primary", primary)
-        .field("extras", std::string_view(list))
-        .field("active", active)
+        .field("id", id)
+        .field("kids", std::string_view(list))
         .str();
-  }
-  friend std::ostream& operator<<(std::ostream& os, Bundle const& b) {
-    return os << b.stringValue();
   }
 };
 
 TEST(TextTest, NestedValuesListsAndAwkwardStringsRoundTrip) {
-  Bundle const b("it's, {odd} [really] \\", Payload(1, "a, b"),
-                 {Payload(2, "'q'"), Payload(), Payload(3, "x})")}, true);
-  std::string const text = b.stringValue();
+  Node const n("it's, {odd} [really] \\", 1, {Node("'q'", 2, {Node("x})", 3)}), Node()});
+  std::string const text = n.stringValue();
   EXPECT_EQ(text,
-            "Value('FrameworkTest::Bundle', ** {'name': 'it\\'s, {odd} [really] \\\\', "
-            "'primary': Value('FrameworkTest::Payload', ** {'id': 1, 'label': 'a, b'}), "
-            "'extras': [Value('FrameworkTest::Payload', ** {'id': 2, 'label': '\\'q\\''}), "
-            "Value('FrameworkTest::Payload', ** {'id': 0, 'label': ''}), "
-            "Value('FrameworkTest::Payload', ** {'id': 3, 'label': 'x})'})], "
-            "'active': true})");
-  EXPECT_EQ(Zent::strepToValue<Bundle>(String(text)), b);
-  EXPECT_EQ(fmt::format("{}", b), text);
-
-  Bundle const empty;
-  EXPECT_EQ(Zent::strepToValue<Bundle>(String(empty.stringValue())), empty);
+            "Value('FrameworkTest::Node', ** {'name': 'it\\'s, {odd} [really] \\\\', 'id': 1, "
+            "'kids': [Value('FrameworkTest::Node', ** {'name': '\\'q\\'', 'id': 2, 'kids': "
+            "[Value('FrameworkTest::Node', ** {'name': 'x})', 'id': 3, 'kids': []})]}), "
+            "Value('FrameworkTest::Node', ** {'name': '', 'id': 0, 'kids': []})]})");
+  EXPECT_EQ(Zent::strepToValue<Node>(String(text)), n);
+  EXPECT_EQ(fmt::format("{}", n), text);
 }
 
-TEST(TextTest, ReaderKeepsFieldsWholeAndNamesMissingOnes) {
-  std::string const text = Payload(5, "p, q").stringValue();  // the reader views it
-  Zent::ValueTextReader r(text, Payload::kTypeName);
-  EXPECT_EQ(r.fields(), 2u);
-  EXPECT_EQ(r.field("label"), "'p, q'");
+TEST(TextTest, MalformedTextIsAParseErrorAndAMissingFieldIsNamed) {
+  std::string const v = "Value('FrameworkTest::Node', ** {";
+  for (std::string text :
+       {v + "'name': 'open})", v + "'name': '', 'id': [1, 'kids': []})",
+        v + "'name': '', 'id': x1, 'kids': []})", v + "'name': '', 'id' 1})",
+        std::string("Value('Other', ** {'name': '', 'id': 1, 'kids': []})"), std::string()}) {
+    EXPECT_THROW(Zent::strepToValue<Node>(String(text)), ParseError) << text;
+  }
   try {
-    r.field("weight");
+    Zent::strepToValue<Node>(String(v + "'name': 'a, b'})"));
     FAIL() << "missing field accepted";
   } catch (ParseError const& e) {
-    EXPECT_STREQ(e.what(), "FrameworkTest::Payload: field 'weight' missing");
+    EXPECT_STREQ(e.what(), "FrameworkTest::Node: field 'id' missing");
   }
-}
-
-TEST(TextTest, MalformedTextIsAParseError) {
-  auto parse = [](std::string const& text) { return Zent::strepToValue<Payload>(String(text)); };
-  EXPECT_THROW(parse("Value('FrameworkTest::Other', ** {'id': 1, 'label': ''})"), ParseError);
-  EXPECT_THROW(parse("Value('FrameworkTest::Payload', ** {'id': 1, 'label': 'open})"), ParseError);
-  EXPECT_THROW(parse("Value('FrameworkTest::Payload', ** {'id': [1, 'label': ''})"), ParseError);
-  EXPECT_THROW(parse("Value('FrameworkTest::Payload', ** {'id': x1, 'label': ''})"), ParseError);
-  EXPECT_THROW(parse("Value('FrameworkTest::Payload', ** {'id' 1})"), ParseError);
-  EXPECT_THROW(parse(""), ParseError);
-}
-
-TEST(TextTest, SplitListTextSplitsOnlyTopLevelCommas) {
-  EXPECT_TRUE(Zent::splitListText("[]").empty());
-  EXPECT_TRUE(Zent::splitListText(" [ ] ").empty());
-  EXPECT_EQ(Zent::splitListText("[1, 2,3]"), (std::vector<std::string_view>{"1", "2", "3"}));
-  EXPECT_EQ(Zent::splitListText("[[1, 2], 'a, \\'b', (x, y)]"),
-            (std::vector<std::string_view>{"[1, 2]", "'a, \\'b'", "(x, y)"}));
-  EXPECT_THROW(Zent::splitListText("1, 2"), ParseError);
-  EXPECT_THROW(Zent::splitListText("[1, [2]"), ParseError);
 }
 
 TEST(TextTest, ParseUnsignedTextAcceptsOnlyWholeNumbersThatFit) {
@@ -116,14 +85,12 @@ TEST(TextTest, ParseUnsignedTextAcceptsOnlyWholeNumbersThatFit) {
   }
 }
 
-TEST(TextTest, QuoteAndUnquoteAreInverse) {
-  for (std::string s : {"", "plain", "it's", "back\\slash\\", "'", "\\'"}) {
-    EXPECT_EQ(Zent::unquoteText(Zent::quoteText(s)), s) << s;
-  }
+TEST(TextTest, UnbalancedListsUnquotedStringsAndOtherBoolsAreRefused) {
+  EXPECT_THROW(Zent::splitListText("1, 2"), ParseError);
+  EXPECT_THROW(Zent::splitListText("[1, [2]"), ParseError);
   EXPECT_THROW(Zent::unquoteText("no quotes"), ParseError);
   EXPECT_TRUE(Zent::parseBoolText(" True"));
   EXPECT_THROW(Zent::parseBoolText("yes"), ParseError);
 }
 
 }  // namespace
-}  // namespace FrameworkTest

@@ -6,8 +6,8 @@
 
 #include "Tunnel/framework/Range.h"
 #include "Tunnel/framework/Text.h"
-#include "Tunnel/net/MetricType.h"
 #include "Tunnel/net/MulticastTreeId.h"
+#include "tests/net/ErrorText.h"
 
 namespace Routing::Multicast {
 namespace {
@@ -15,23 +15,11 @@ namespace {
 TEST(MulticastTreeIdTest, NamesUpToCapacityAreKeptAndLongerOnesRefused) {
   std::string full(MulticastTreeId::kMaxNameLen, 'n');
   EXPECT_EQ(MulticastTreeId(full).name(), full);
-  try {
-    MulticastTreeId(full + "n");
-    ADD_FAILURE() << "64-byte name accepted";
-  } catch (Zent::RangeException const& e) {
-    EXPECT_STREQ(e.what(),
-                 "Routing::Multicast::MulticastTreeId::name length < 0 or > 63 not allowed, got "
-                 "64");
-  }
-  std::string text = "'" + full + "n'";
-  EXPECT_THROW(Zent::strepToValue<MulticastTreeId>(Zent::String(text)), Zent::ParseError);
-}
-
-TEST(MulticastTreeIdTest, TextIsQuotedSoSeparatorsSurvive) {
-  MulticastTreeId t("mldp, root 10.0.0.1: 'x'");
-  EXPECT_EQ(t.stringValue(), "'mldp, root 10.0.0.1: \\'x\\''");
-  EXPECT_EQ(Zent::strepToValue<MulticastTreeId>(Zent::String(t.stringValue())), t);
-  EXPECT_EQ(MulticastTreeId().stringValue(), "''");
+  EXPECT_EQ(Vorn::test::errorOf<Zent::RangeException>([&] { MulticastTreeId(full + "n"); }),
+            "Routing::Multicast::MulticastTreeId::name length < 0 or > 63 not allowed, got 64");
+  EXPECT_THROW(Zent::strepToValue<MulticastTreeId>(Zent::String("'" + full + "n'")),
+               Zent::ParseError);
+  EXPECT_EQ(MulticastTreeId("mldp, 'x'").stringValue(), "'mldp, \\'x\\''");
   EXPECT_THROW(Zent::strepToValue<MulticastTreeId>(Zent::String("tree-1")), Zent::ParseError);
 }
 
@@ -39,9 +27,8 @@ TEST(MulticastTreeIdTest, RecordIsCheckedWithinTheGivenLength) {
   MulticastTreeId t("tree-1");
   std::vector<unsigned char> rec(t.serializeLen());
   t.serialize(rec.data());
-  ASSERT_EQ(rec.size(), 7u);
   for (unsigned l = 0; l < rec.size(); ++l) {
-    std::unique_ptr<unsigned char[]> buf(new unsigned char[l]);
+    std::unique_ptr<unsigned char[]> buf(new unsigned char[l]);  // exact, for the sanitizer
     if (l != 0) std::memcpy(buf.get(), rec.data(), l);
     EXPECT_EQ(t.deserializeLen(buf.get(), l), 0u) << l;
   }
@@ -51,19 +38,6 @@ TEST(MulticastTreeIdTest, RecordIsCheckedWithinTheGivenLength) {
   MulticastTreeId kept("kept");
   EXPECT_THROW(kept.deserialize(rec.data(), 100), Zent::RangeException);
   EXPECT_EQ(kept.name(), "kept");
-}
-
-TEST(MetricTypeTest, DefaultIsInternalWithCodeOneAndNamesRoundTrip) {
-  EXPECT_EQ(static_cast<uint32_t>(Vorn::kDefaultMetricType), 1u);
-  for (auto m : {Vorn::MetricType::none, Vorn::MetricType::internal, Vorn::MetricType::external}) {
-    Vorn::MetricType back{};
-    ASSERT_TRUE(sequenceToValue(stringValue(m), back));
-    EXPECT_EQ(back, m);
-  }
-  Vorn::MetricType out = Vorn::MetricType::none;
-  EXPECT_FALSE(sequenceToValue("Internal", out));
-  EXPECT_EQ(stringValue(static_cast<Vorn::MetricType>(9)), "unknown");
-  EXPECT_EQ(fmt::format("{}", Vorn::MetricType::external), "external");
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 #pragma once
-// The fixture of the tunnelctl tests: a private state root in which the test
-// process itself writes the LDP table (so the tool, another process, sees a
-// live writer), with entries built as the demo builds them.
+// A private state root in which the test process itself writes the LDP table
+// (so tunnelctl, another process, sees a live writer), with the demo's entries.
 
-#include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,17 @@ inline TunnelId ldpId(uint64_t index) {
   return TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, index));
 }
 
+inline bool has(std::string const& text, std::string const& part) {
+  return text.find(part) != std::string::npos;
+}
+
+inline std::vector<std::string> lines(std::string const& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string l; std::getline(in, l);) out.push_back(l);
+  return out;
+}
+
 class CtlFixture : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -37,24 +47,17 @@ class CtlFixture : public ::testing::Test {
 
   // An LDP tunnel to demo prefix `prefix` with `vias` vias.
   LdpTunnelTableEntry putLdp(uint64_t index, uint16_t prefix, uint32_t metric, uint8_t vias = 2) {
-    TunnelCtl::Demo::TunnelState s;
-    s.live = true;
-    s.prefix = prefix;
-    s.metric = metric;
-    s.vias = vias;
-    LdpTunnelTableEntry e = TunnelCtl::Demo::ldpEntry(index, s);
+    LdpTunnelTableEntry e = TunnelCtl::Demo::ldpEntry(index, {true, prefix, vias, 0, metric});
     ldp_->entryIs(e);
     return e;
   }
 
   // The command line `args` with this test's state root.
-  std::vector<std::string> withRoot(std::initializer_list<std::string> args) const {
-    std::vector<std::string> v(args);
-    v.push_back("--root");
-    v.push_back(root_.path());
-    return v;
+  std::vector<std::string> withRoot(std::vector<std::string> args) const {
+    args.insert(args.end(), {"--root", root_.path()});
+    return args;
   }
-  RunResult ctl(std::initializer_list<std::string> args) const { return run(withRoot(args)); }
+  RunResult ctl(std::vector<std::string> const& args) const { return run(withRoot(args)); }
 
   TamselTest::StateRoot root_;
   TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()))};

@@ -1,11 +1,10 @@
-// The demo as its user runs it, small: it must end with a match and clean its
-// state root, keep the tables when asked, and on Ctrl-C stop every process it
-// started and clean up.
+// The demo as its user runs it, small: a match, the tables kept when asked and
+// readable after their writers are gone, and a clean state root after it ends
+// or is interrupted, with every process it started stopped.
 
-#include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <sstream>
+#include <set>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -16,74 +15,57 @@
 namespace ToolTest {
 namespace {
 
-namespace fs = std::filesystem;
-
 class TunnelCtlDemoTest : public ::testing::Test {
  protected:
   std::string root() const { return root_.path() + "/demo"; }
-  bool tablesLeft() const { return fs::exists(root() + "/tunnel/table/ldp/entry.tbl"); }
-
+  // A pace the consumer keeps up with under the sanitizers.
+  std::vector<std::string> demo(char const* seconds, bool keep = false) const {
+    std::vector<std::string> a{"demo",   "--tunnels", "300",    "--seconds", seconds,
+                               "--rate", "2000",      "--root", root()};
+    if (keep) a.push_back("--keep");
+    return a;
+  }
   TamselTest::StateRoot root_;
 };
 
-// The pids in the progress lines ("pid 1234").
-std::vector<pid_t> pidsIn(std::string const& text) {
-  std::vector<pid_t> pids;
-  for (size_t at = text.find("pid "); at != std::string::npos; at = text.find("pid ", at + 1)) {
-    pid_t p = std::atoi(text.c_str() + at + 4);
-    if (p != 0 && std::find(pids.begin(), pids.end(), p) == pids.end()) pids.push_back(p);
-  }
-  return pids;
-}
-
-// The summary line of `table`: "  <table>  <numbers>  <verdict>".
-std::string summaryLine(std::string const& text, std::string const& table) {
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("  " + table + " ", 0) == 0) return line;
-  }
-  return {};
-}
-
-TEST_F(TunnelCtlDemoTest, SmallDemoEndsWithAMatchAndRemovesItsTables) {
-  // A pace the consumer keeps up with under the sanitizers.
-  auto r = run({"demo", "--tunnels", "300", "--seconds", "1", "--rate", "2000", "--root", root()});
-  ASSERT_EQ(r.code, 0) << r.out << r.err;
-  EXPECT_NE(r.out.find("tables imply: match"), std::string::npos) << r.out;
-  for (auto table : {"ldp", "sr", "bgpLu"}) {
-    EXPECT_TRUE(summaryLine(r.out, table).ends_with("  yes")) << table << "\n" << r.out;
-  }
-  EXPECT_NE(r.out.find("show ldp ldpTunnel:"), std::string::npos) << r.out;
-  EXPECT_FALSE(fs::exists(root())) << "the demo created the root and must remove it";
-}
-
-TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspect) {
-  auto r = run(
-      {"demo", "--tunnels", "50", "--seconds", "0.2", "--rate", "500", "--keep", "--root", root()});
-  ASSERT_EQ(r.code, 0) << r.out << r.err;
-  ASSERT_TRUE(tablesLeft());
+TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
+  auto kept = run(demo("1", true));
+  ASSERT_EQ(kept.code, 0) << kept.out << kept.err;
   auto tables = run({"tables", "--root", root()});
   EXPECT_EQ(tables.code, 0) << tables.err;
   for (auto name : {"bgpLu", "ldp", "sr"}) EXPECT_NE(tables.out.find(name), std::string::npos);
   EXPECT_NE(tables.out.find("gone"), std::string::npos) << tables.out;
-  // A second run starts afresh over what the first one left.
-  auto again =
-      run({"demo", "--tunnels", "50", "--seconds", "0.2", "--rate", "500", "--root", root()});
-  EXPECT_EQ(again.code, 0) << again.out << again.err;
-  EXPECT_FALSE(tablesLeft());
+  // A table whose writer is gone is shown, not hidden, with a warning.
+  auto show = run({"show", "ldp", "--root", root()});
+  EXPECT_EQ(show.code, 0) << show.err;
+  EXPECT_NE(show.out.find("'tunnelId': "), std::string::npos);
+  EXPECT_NE(show.err.find("the writer of table ldp (pid "), std::string::npos) << show.err;
+
+  // A second run starts afresh over what the first one left, and removes it.
+  auto r = run(demo("1"));
+  ASSERT_EQ(r.code, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("tables imply: match"), std::string::npos) << r.out;
+  for (std::string table : {"ldp", "sr", "bgpLu"}) {  // "  <table>  <numbers>  <verdict>"
+    size_t const at = r.out.find("\n  " + table + " ") + 1;
+    EXPECT_TRUE(r.out.substr(at, r.out.find('\n', at) - at).ends_with("  yes")) << table << r.out;
+  }
+  EXPECT_FALSE(std::filesystem::exists(root()));
 }
 
 TEST_F(TunnelCtlDemoTest, InterruptStopsEveryProcessAndCleansTheRoot) {
-  BackgroundTool demo(
-      {"demo", "--tunnels", "300", "--seconds", "120", "--rate", "500", "--root", root()});
-  ASSERT_TRUE(demo.waitOut("churning")) << demo.out() << demo.err();
-  std::vector<pid_t> children = pidsIn(demo.out());
+  Tool demo(this->demo("120"));
+  ASSERT_TRUE(demo.waitFor("churning")) << demo.seen().out << demo.seen().err;
+  std::set<pid_t> children;  // from the progress lines ("pid 1234")
+  std::string const out = demo.seen().out;
+  for (size_t at = out.find("pid "); at != std::string::npos; at = out.find("pid ", at + 1)) {
+    if (pid_t p = std::atoi(out.c_str() + at + 4)) children.insert(p);
+  }
   auto r = demo.stop(SIGINT);
   EXPECT_EQ(r.code, 1) << r.err;
   EXPECT_NE(r.out.find("interrupted: stopped 4 processes"), std::string::npos) << r.out;
   EXPECT_EQ(children.size(), 4u) << r.out;
   for (pid_t p : children) EXPECT_NE(::kill(p, 0), 0) << "demo process " << p << " still runs";
-  EXPECT_FALSE(fs::exists(root()));
+  EXPECT_FALSE(std::filesystem::exists(root()));
 }
 
 }  // namespace
