@@ -49,6 +49,9 @@ using MplsViaArray = Zent::PodArray<MplsVia, ViaIndex, 600, 0>;
 //   27 16 IpGenPrefix records of 24 bytes (unused ones zero), 411 name count
 //   u8 (<= 128), 412 128 name bytes (unused ones zero), 540 12 zero bytes.
 class TunnelTableEntry {
+  // Builds every derived entry's operations on the protected pieces below.
+  friend class FieldWalk;
+
  public:
   static constexpr uint32_t kBaseRecordLen = 552;
   static constexpr uint32_t kMaxSerializedLen = kBaseRecordLen;
