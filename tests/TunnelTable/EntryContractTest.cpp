@@ -105,14 +105,6 @@ Bytes corpusRecord(std::string const& variant) {
   return b.empty() ? b : Bytes(b.begin() + 1, b.end());
 }
 
-template <typename T>
-std::string dumpOf(T const& e) {
-  std::ostringstream os;
-  DumpContext ctx(os);
-  e.dumpState(&ctx, 2);
-  return os.str();
-}
-
 // Golden texts and dumps of the committed "small" records, one block per
 // type: "== <type>", the text line, then the dump lines. Regenerate after a
 // deliberate format change with TUNNEL_WRITE_GOLDEN=1.
@@ -143,7 +135,10 @@ TYPED_TEST(EntryTest, CorpusRecordsReadBackToTheirBytesTextsAndDumps) {
     e->deserialize(record.data(), len);
     EXPECT_EQ(recordOf(*e), record) << variant;
     if (std::string(variant) != "small") continue;
-    std::string const golden = e->stringValue() + "\n" + dumpOf(*e);
+    std::ostringstream dump;
+    DumpContext ctx(dump);
+    e->dumpState(&ctx, 2);
+    std::string const golden = e->stringValue() + "\n" + dump.str();
     if (std::getenv("TUNNEL_WRITE_GOLDEN")) {
       std::ofstream(TUNNEL_ENTRY_GOLDEN_FILE, std::ios::app)
           << "== " << TypeParam::kTypeName << "\n"
@@ -160,9 +155,9 @@ TYPED_TEST(EntryTest, IndexesPastTheEndThrowAndLeaveTheEntryUnchanged) {
   EntryTraits<TypeParam>::randomize(*e, rng, false);
   auto const before = std::make_unique<TypeParam>(*e);
   auto expectThrows = [&](auto&& f, std::string const& index) {
-    EXPECT_THROW(f(), Zent::RangeException) << index;
     try {
       f();
+      ADD_FAILURE() << index << " past the end was accepted";
     } catch (Zent::RangeException const& ex) {
       EXPECT_EQ(ex.what(), Zent::rangeMessage("Tunnel::TunnelTable::" + index));
     }
@@ -199,12 +194,10 @@ TunnelId id(TunnelType type, uint64_t index = 5) {
 }
 
 TEST(EntryDefaultsTest, ConstructorsApplyTheTypesDefaults) {
-  EXPECT_EQ(IgpTunnelTableEntryBase(id(ldpTunnel)).entryPref(), 255);
   EXPECT_EQ(LdpTunnelTableEntry(id(ldpTunnel)).entryPref(), 55);
   EXPECT_EQ(SrTunnelTableEntry(id(isisSrTunnel)).entryPref(), 65);
   EXPECT_EQ(SrTunnelTableEntry(id(ospfSrTunnel)).entryPref(), 60);
   EXPECT_EQ(FlexAlgoTunnelTableEntry(id(isisFlexAlgoTunnel)).entryPref(), 65);
-  EXPECT_EQ(NexthopGroupTunnelTableEntry(id(nexthopGroupTunnel)).entryPref(), 255);
   // RSVP LER alone orders its vias.
   RsvpLerTunnelTableEntry const ler(id(rsvpLerTunnel));
   EXPECT_EQ(ler.entryPref(), 45);
