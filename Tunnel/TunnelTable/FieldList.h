@@ -8,6 +8,10 @@
 // Record order is list order, each field as its raw record, a list as its u32
 // count and raw elements; a type whose record is not its bytes specialises
 // FieldRecord. The dump shows the scalar fields in order and the lists last.
+//
+// A new entry type is its members, fields(), FieldParent, and one-line
+// operations calling FieldWalk (IgpEntries.h is the pattern); its table's
+// bound is kMaxSerializedLen.
 
 #include <cstdint>
 #include <string>

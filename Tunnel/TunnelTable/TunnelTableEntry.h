@@ -41,7 +41,8 @@ using MplsViaArray = Zent::PodArray<MplsVia, ViaIndex, 600, 0>;
 
 // Entries are plain values with no virtual functions: tables hold one concrete
 // entry type each. A derived entry hides the base's text, hash, equality, dump
-// and record operations with its own, which call the protected pieces below.
+// and record operations with its own, which FieldWalk (FieldList.h) builds
+// from its field list and the protected pieces below.
 //
 // Base record (552 bytes, byte-packed, native order):
 //   0 tunnelId u64, 8 nexthopTunnelId u64, 16 entryPref u8, 17 entryMetric u32,
