@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 #include "Tunnel/net/MetricType.h"
 #include "Tunnel/net/UnboundedMplsLabelOperation.h"
@@ -17,6 +19,26 @@ namespace Tunnel::TunnelTable {
 // bytes), zero-filled to its 73-byte cap. Every record with n vias has one
 // length, and the tables' bounds (22229, 22257) are records that occur.
 inline constexpr uint32_t kBgpLuLabelSlotLen = Vorn::UnboundedMplsLabelOperation::kMaxRecordSize;
+
+// The label operation's slot, and the metric type, whose raw bytes could
+// hold a value outside the enumeration.
+template <>
+struct FieldRecord<Vorn::UnboundedMplsLabelOperation> {
+  static uint32_t len(Vorn::UnboundedMplsLabelOperation const&) { return kBgpLuLabelSlotLen; }
+  static void put(RecordWriter& w, Vorn::UnboundedMplsLabelOperation const& labels);
+  static void get(RecordReader& r, Vorn::UnboundedMplsLabelOperation& labels);
+  static void check(RecordReader& r);
+};
+template <>
+struct FieldRecord<Vorn::MetricType> {
+  static uint32_t len(Vorn::MetricType) { return sizeof(Vorn::MetricType); }
+  static void put(RecordWriter& w, Vorn::MetricType type) { w.put(type); }
+  static void get(RecordReader& r, Vorn::MetricType& type);
+  static void check(RecordReader& r) {
+    Vorn::MetricType type{};
+    get(r, type);
+  }
+};
 
 // Record: the base record, the via list at 552 (u32 count, 36-byte Via
 // records), then the 73-byte label slot. 552 + 4 + 36n + 73, at most 22229.
@@ -48,26 +70,33 @@ class BgpLuPushTunnelTableEntry : public TunnelTableEntry {
   Vorn::UnboundedMplsLabelOperation const& labels() const { return labels_; }
   void labelsIs(Vorn::UnboundedMplsLabelOperation const& v) { labels_ = v; }
 
-  friend bool operator==(BgpLuPushTunnelTableEntry const& a, BgpLuPushTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.via_ == b.via_ && a.labels_ == b.labels_;
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = BgpLuPushTunnelTableEntry;
+    return std::tuple{field("via", &E::via_, DumpAs::list), field("labels", &E::labels_)};
   }
-  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_, labels_); }
-  std::string stringValue() const;
+
+  friend bool operator==(BgpLuPushTunnelTableEntry const& a, BgpLuPushTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, BgpLuPushTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const;
 
   // TunnelId, tep, "labels: <op>", then "Vias #<n> " and one line per via.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const {
-    return kBaseRecordLen + 4 + Via::kRecordSize * via_.count() + kBgpLuLabelSlotLen;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
   }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<BgpLuPushTunnelTableEntry>(buf, len);
+  }
 
  private:
   ViaArray via_;
@@ -123,9 +152,25 @@ class BgpLuTunnelTableEntry : public TunnelTableEntry {
   TunnelBandwidth bgpLinkBw() const { return bgpLinkBw_; }
   void bgpLinkBwIs(TunnelBandwidth v) { bgpLinkBw_ = v; }
 
-  friend bool operator==(BgpLuTunnelTableEntry const& a, BgpLuTunnelTableEntry const& b);
-  uint32_t hash(uint32_t seed = 0) const;
-  std::string stringValue() const;
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = BgpLuTunnelTableEntry;
+    return std::tuple{field("via", &E::via_, DumpAs::list),
+                      field("labels", &E::labels_),
+                      field("contribution", &E::contribution_),
+                      field("bgpMetric", &E::bgpMetric_),
+                      field("bgpMetricType", &E::bgpMetricType_),
+                      field("bgpMetric2", &E::bgpMetric2_, DumpAs::hidden),
+                      field("bgpPref", &E::bgpPref_),
+                      field("bgpPref2", &E::bgpPref2_, DumpAs::hidden),
+                      field("bgpLinkBw", &E::bgpLinkBw_, DumpAs::hidden)};
+  }
+
+  friend bool operator==(BgpLuTunnelTableEntry const& a, BgpLuTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, BgpLuTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -133,14 +178,16 @@ class BgpLuTunnelTableEntry : public TunnelTableEntry {
 
   // TunnelId, tep, labels, contribution, bgpMetric, bgpMetricType, bgpPref,
   // then the vias.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const {
-    return kBaseRecordLen + 4 + Via::kRecordSize * via_.count() + kBgpLuLabelSlotLen + 28;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
   }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<BgpLuTunnelTableEntry>(buf, len);
+  }
 
  private:
   ViaArray via_;

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
 namespace Tunnel::TunnelTable {
@@ -34,33 +36,34 @@ class ColoredTunnelTableEntry : public TunnelTableEntry {
   uint32_t igpMetric() const { return igpMetric_; }
   void igpMetricIs(uint32_t v) { igpMetric_ = v; }
 
-  friend bool operator==(ColoredTunnelTableEntry const& a, ColoredTunnelTableEntry const& b);
-  uint32_t hash(uint32_t seed = 0) const { return hashColored(seed); }
-  std::string stringValue() const { return textAs(kTypeName); }
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = ColoredTunnelTableEntry;
+    return std::tuple{field("color", &E::color_), field("igpPref", &E::igpPref_),
+                      field("igpMetric", &E::igpMetric_)};
+  }
+
+  friend bool operator==(ColoredTunnelTableEntry const& a, ColoredTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, ColoredTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != ColoredTunnelTableEntry(); }
 
   // The TunnelId, tep, color, igpPref and igpMetric lines.
-  void dumpState(DumpContext* ctx, int indent) const { dumpColored(ctx, indent); }
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
   uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
-
- protected:
-  // The base and colored parts, for this type and for entries built on it.
-  std::string textAs(const char* typeName) const;
-  void appendColoredText(Zent::ValueText& text) const;
-  uint32_t hashColored(uint32_t seed) const;
-  void dumpColored(DumpContext* ctx, int indent) const;
-  void serializeColored(RecordWriter& w) const;
-  // Validates the base record and the colored fields: 564, or 0 with `r`
-  // failed.
-  static uint32_t deserializeLenColored(RecordReader& r);
-  void deserializeColored(RecordReader& r);
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
+  }
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<ColoredTunnelTableEntry>(buf, len);
+  }
 
  private:
   uint32_t color_ = 0;
@@ -78,7 +81,7 @@ class SrTePolicyTunnelTableEntry : public ColoredTunnelTableEntry {
   SrTePolicyTunnelTableEntry(Zent::String::IteratorConst& it,
                              Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, SrTePolicyTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -116,16 +119,24 @@ class FlexAlgoTunnelTableEntry : public ColoredTunnelTableEntry {
   void viaDel(MplsViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
   void viaDelAll() { via_.clear(); }
 
-  friend bool operator==(FlexAlgoTunnelTableEntry const& a, FlexAlgoTunnelTableEntry const& b);
-  uint32_t hash(uint32_t seed = 0) const;
-  std::string stringValue() const;
+  using FieldParent = ColoredTunnelTableEntry;
+  static constexpr auto fields() {
+    using E = FlexAlgoTunnelTableEntry;
+    return std::tuple{field("isColored", &E::isColored_), field("via", &E::via_, DumpAs::list)};
+  }
+
+  friend bool operator==(FlexAlgoTunnelTableEntry const& a, FlexAlgoTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, FlexAlgoTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != FlexAlgoTunnelTableEntry(); }
 
   // The colored lines, isColored, then the vias.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const;
   // Deliberately the bound, whatever the via count.

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
 namespace Tunnel::TunnelTable {
@@ -36,32 +38,36 @@ class FrrTunnelTableEntry : public TunnelTableEntry {
   TunnelEntrySequenceNumber seqNo() const { return seqNo_; }
   void seqNoIs(TunnelEntrySequenceNumber v) { seqNo_ = v; }
 
-  friend bool operator==(FrrTunnelTableEntry const& a, FrrTunnelTableEntry const& b);
-  uint32_t hash(uint32_t seed = 0) const { return hashFrr(seed); }
-  std::string stringValue() const { return textAs(kTypeName); }
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = FrrTunnelTableEntry;
+    return std::tuple{field("via", &E::via_), field("backupVia", &E::backupVia_),
+                      field("isPrimaryViaUsable", &E::isPrimaryViaUsable_),
+                      field("seqNo", &E::seqNo_)};
+  }
+
+  friend bool operator==(FrrTunnelTableEntry const& a, FrrTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, FrrTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != FrrTunnelTableEntry(); }
 
   // The base lines, then the via, backup via, usability and sequence number.
-  void dumpState(DumpContext* ctx, int indent) const { dumpFrr(ctx, indent); }
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
+  // The tail is byte-packed: seqNo is unaligned in the record.
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
   uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
-
- protected:
-  // The base and FRR parts, for this type and for entries built on it.
-  std::string textAs(const char* typeName) const;
-  void appendFrrText(Zent::ValueText& text) const;
-  uint32_t hashFrr(uint32_t seed) const;
-  void dumpFrr(DumpContext* ctx, int indent) const;
-  void serializeFrr(RecordWriter& w) const;
-  // Validates the base record and the FRR tail: 771, or 0 with `r` failed.
-  static uint32_t deserializeLenFrr(RecordReader& r);
-  void deserializeFrr(RecordReader& r);
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
+  }
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<FrrTunnelTableEntry>(buf, len);
+  }
 
  private:
   MplsVia via_;
@@ -79,7 +85,7 @@ class RsvpFrrTunnelTableEntry : public FrrTunnelTableEntry {
   explicit RsvpFrrTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
   RsvpFrrTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, RsvpFrrTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -96,7 +102,7 @@ class RsvpLerSubTunnelTableEntry : public FrrTunnelTableEntry {
   RsvpLerSubTunnelTableEntry(Zent::String::IteratorConst& it,
                              Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, RsvpLerSubTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -112,7 +118,7 @@ class TiLfaTunnelTableEntry : public FrrTunnelTableEntry {
   explicit TiLfaTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
   TiLfaTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, TiLfaTunnelTableEntry const& e) {
     return os << e.stringValue();
   }

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 #include "Tunnel/TunnelTableKeepdbTypes/TunnelType.h"
 
@@ -46,25 +48,35 @@ class IgpTunnelTableEntryBase : public TunnelTableEntry {
   void viaDel(MplsViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
   void viaDelAll() { via_.clear(); }
 
-  friend bool operator==(IgpTunnelTableEntryBase const& a, IgpTunnelTableEntryBase const& b);
-  uint32_t hash(uint32_t seed = 0) const;
-  std::string stringValue() const { return textAs(kTypeName); }
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = IgpTunnelTableEntryBase;
+    return std::tuple{field("igpMetric", &E::igpMetric_), field("igpMetric2", &E::igpMetric2_),
+                      field("igpPref", &E::igpPref_), field("igpPref2", &E::igpPref2_),
+                      field("via", &E::via_, DumpAs::list)};
+  }
+
+  friend bool operator==(IgpTunnelTableEntryBase const& a, IgpTunnelTableEntryBase const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, IgpTunnelTableEntryBase const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != IgpTunnelTableEntryBase(); }
 
   // The base lines, the IGP metrics and preferences, then the vias.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const { return kBaseRecordLen + 20 + 108 * via_.count(); }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
-
- protected:
-  // The canonical text of these fields under a derived type's name.
-  std::string textAs(const char* typeName) const;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
+  }
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<IgpTunnelTableEntryBase>(buf, len);
+  }
 
  private:
   uint32_t igpMetric_ = 0;
@@ -85,7 +97,7 @@ class LdpTunnelTableEntry : public IgpTunnelTableEntryBase {
       : IgpTunnelTableEntryBase(tunnelId, kDefaultEntryPref) {}
   LdpTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, LdpTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -107,7 +119,7 @@ class SrTunnelTableEntry : public IgpTunnelTableEntryBase {
   // after setting the identifier. (The name is spelled so.)
   void intializeSrTunnelEntry() { entryPrefIs(getDefaultPrefForType(tunnelId().tunnelType())); }
 
-  std::string stringValue() const { return textAs(kTypeName); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, SrTunnelTableEntry const& e) {
     return os << e.stringValue();
   }

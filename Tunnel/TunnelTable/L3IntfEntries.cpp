@@ -1,7 +1,5 @@
 #include "Tunnel/TunnelTable/L3IntfEntries.h"
 
-#include <utility>
-
 namespace Tunnel::TunnelTable {
 
 L3IntfTunnelTableEntry::L3IntfTunnelTableEntry(Zent::String::IteratorConst&,
@@ -9,25 +7,9 @@ L3IntfTunnelTableEntry::L3IntfTunnelTableEntry(Zent::String::IteratorConst&,
   TUNNEL_ENTRY_NO_STRING_CONSTRUCTOR(L3IntfTunnelTableEntry);
 }
 
-void L3IntfTunnelTableEntry::appendL3IntfText(Zent::ValueText& text) const {
-  appendBaseText(text);
-  text.field("via", Zent::arrayText(via_));
-}
-
-std::string L3IntfTunnelTableEntry::stringValue() const {
-  Zent::ValueText text(kTypeName);
-  appendL3IntfText(text);
-  return std::move(text).str();
-}
-
 L3IntfTunnelTableEntry::operator bool() const {
   static L3IntfTunnelTableEntry const kDefault;
   return *this != kDefault;
-}
-
-void L3IntfTunnelTableEntry::dumpState(DumpContext* ctx, int indent) const {
-  dumpBase(ctx, indent);
-  dumpVias(ctx, indent, via_);
 }
 
 GreIntfTunnelTableEntry::GreIntfTunnelTableEntry(Zent::String::IteratorConst&,

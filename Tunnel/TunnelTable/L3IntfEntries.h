@@ -7,7 +7,9 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelInfo.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
@@ -37,19 +39,23 @@ class L3IntfTunnelTableEntry : public TunnelTableEntry {
   void viaDel(ViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
   void viaDelAll() { via_.clear(); }
 
-  friend bool operator==(L3IntfTunnelTableEntry const& a, L3IntfTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.via_ == b.via_;
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    return std::tuple{field("via", &L3IntfTunnelTableEntry::via_, DumpAs::list)};
   }
-  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_); }
-  std::string stringValue() const;
+
+  friend bool operator==(L3IntfTunnelTableEntry const& a, L3IntfTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, L3IntfTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const;
 
   // TunnelId, tep, then "Vias #<n> " and one line per via.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const { writeRecord(buf); }
   uint32_t serializeLen() const { return recordLen(); }
@@ -58,7 +64,8 @@ class L3IntfTunnelTableEntry : public TunnelTableEntry {
 
  protected:
   // The record of every interface tunnel entry: base record, the fixed
-  // records of `info` (a derived entry's tunnel information), via list.
+  // records of `info` (a derived entry's tunnel information), via list. The
+  // information follows the vias in the text, so the record is by hand.
   template <typename... Info>
   uint32_t recordLen() const {
     return kBaseRecordLen + (0 + ... + uint32_t{sizeof(Info)}) + 4 +
@@ -88,9 +95,6 @@ class L3IntfTunnelTableEntry : public TunnelTableEntry {
     r.expectOk(typeName);
   }
 
-  // The base fields and the vias, in text order.
-  void appendL3IntfText(Zent::ValueText& text) const;
-
  private:
   ViaArray via_;
 };
@@ -111,20 +115,14 @@ class L3IntfTunnelTableEntryWithInfo : public L3IntfTunnelTableEntry {
   Info const& tunnelInfo() const { return tunnelInfo_; }
   void tunnelInfoIs(Info const& v) { tunnelInfo_ = v; }
 
-  friend bool operator==(Derived const& a, Derived const& b) {
-    return static_cast<L3IntfTunnelTableEntry const&>(a) ==
-               static_cast<L3IntfTunnelTableEntry const&>(b) &&
-           a.tunnelInfo_ == b.tunnelInfo_;
+  using FieldParent = L3IntfTunnelTableEntry;
+  static constexpr auto fields() {
+    return std::tuple{field("tunnelInfo", &L3IntfTunnelTableEntryWithInfo::tunnelInfo_)};
   }
-  uint32_t hash(uint32_t seed = 0) const {
-    return hashFields(L3IntfTunnelTableEntry::hash(seed), tunnelInfo_);
-  }
-  std::string stringValue() const {
-    Zent::ValueText text(Derived::kTypeName);
-    appendL3IntfText(text);
-    text.field("tunnelInfo", tunnelInfo_);
-    return std::move(text).str();
-  }
+
+  friend bool operator==(Derived const& a, Derived const& b) { return FieldWalk::equal(a, b); }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, Derived::kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, Derived const& e) {
     return os << e.stringValue();
   }
@@ -134,11 +132,7 @@ class L3IntfTunnelTableEntryWithInfo : public L3IntfTunnelTableEntry {
   }
 
   // TunnelId, tep, "tunnelInfo: <text>", then the vias.
-  void dumpState(DumpContext* ctx, int indent) const {
-    dumpBase(ctx, indent);
-    dumpf(ctx, indent, "tunnelInfo: {}\n", tunnelInfo_.stringValue());
-    dumpVias(ctx, indent, via());
-  }
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const { writeRecord(buf, tunnelInfo_); }
   uint32_t serializeLen() const { return recordLen<Info>(); }

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
 namespace Tunnel::TunnelTable {
@@ -32,27 +34,35 @@ class NexthopGroupTunnelTableEntry : public TunnelTableEntry {
   uint32_t igpPref() const { return igpPref_; }
   void igpPrefIs(uint32_t v) { igpPref_ = v; }
 
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = NexthopGroupTunnelTableEntry;
+    return std::tuple{field("nhgId", &E::nhgId_), field("igpMetric", &E::igpMetric_),
+                      field("igpPref", &E::igpPref_)};
+  }
+
   friend bool operator==(NexthopGroupTunnelTableEntry const& a,
                          NexthopGroupTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.nhgId_ == b.nhgId_ && a.igpMetric_ == b.igpMetric_ && a.igpPref_ == b.igpPref_;
+    return FieldWalk::equal(a, b);
   }
-  uint32_t hash(uint32_t seed = 0) const {
-    return hashFields(hashBase(seed), nhgId_, igpMetric_, igpPref_);
-  }
-  std::string stringValue() const;
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, NexthopGroupTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != NexthopGroupTunnelTableEntry(); }
 
   // TunnelId, tep, nhgId, igpMetric, igpPref.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
   uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
+  }
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<NexthopGroupTunnelTableEntry>(buf, len);
+  }
 
  private:
   uint32_t nhgId_ = 0;

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/FrrEntries.h"
 
 namespace Tunnel::TunnelTable {
@@ -51,23 +53,38 @@ class RsvpLerTunnelTableEntry : public FrrTunnelTableEntry {
   void splitViaDel(MplsViaArray::IteratorConst const& it) { splitVia_._memberDel(it.key()); }
   void splitViaDelAll() { splitVia_.clear(); }
 
-  friend bool operator==(RsvpLerTunnelTableEntry const& a, RsvpLerTunnelTableEntry const& b);
-  uint32_t hash(uint32_t seed = 0) const;
-  std::string stringValue() const;
+  using FieldParent = FrrTunnelTableEntry;
+  static constexpr auto fields() {
+    using E = RsvpLerTunnelTableEntry;
+    return std::tuple{field("metric", &E::metric_),
+                      field("igpPref", &E::igpPref_),
+                      field("isTunnelIgpShortcutEligible", &E::isTunnelIgpShortcutEligible_),
+                      field("isTunnelLdpTunnelingEligible", &E::isTunnelLdpTunnelingEligible_),
+                      field("color", &E::color_),
+                      field("splitVia", &E::splitVia_, DumpAs::list, "Split vias")};
+  }
+
+  friend bool operator==(RsvpLerTunnelTableEntry const& a, RsvpLerTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, RsvpLerTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != RsvpLerTunnelTableEntry(); }
 
   // The FRR lines, the LER fields, then the split vias.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const {
-    return FrrTunnelTableEntry::kMaxSerializedLen + kLerFieldsLen + 4 + 108 * splitVia_.count();
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
   }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<RsvpLerTunnelTableEntry>(buf, len);
+  }
 
  private:
   uint32_t metric_ = 0;

@@ -47,18 +47,6 @@ ZorbSdkSbfdSessionTunnelTableEntry::ZorbSdkSbfdSessionTunnelTableEntry(
   TUNNEL_ENTRY_NO_STRING_CONSTRUCTOR(ZorbSdkSbfdSessionTunnelTableEntry);
 }
 
-std::string ZorbSdkSbfdSessionTunnelTableEntry::stringValue() const {
-  Zent::ValueText text(kTypeName);
-  appendBaseText(text);
-  text.field("via", via_);
-  return std::move(text).str();
-}
-
-void ZorbSdkSbfdSessionTunnelTableEntry::dumpState(DumpContext* ctx, int indent) const {
-  dumpBase(ctx, indent);
-  dumpLine(ctx, indent, via_.dumpLine());
-}
-
 void ZorbSdkSbfdSessionTunnelTableEntry::serialize(void* buf) const {
   RecordWriter w(buf, serializeLen());
   w.put(tunnelId());

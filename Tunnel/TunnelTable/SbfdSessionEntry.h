@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
 namespace Tunnel::TunnelTable {
@@ -35,21 +37,27 @@ class ZorbSdkSbfdSessionTunnelTableEntry : public TunnelTableEntry {
   Via const& via() const { return via_; }
   void viaIs(Via const& v) { via_ = v; }
 
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = ZorbSdkSbfdSessionTunnelTableEntry;
+    return std::tuple{field("via", &E::via_, DumpAs::bare)};
+  }
+
   friend bool operator==(ZorbSdkSbfdSessionTunnelTableEntry const& a,
                          ZorbSdkSbfdSessionTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.via_ == b.via_;
+    return FieldWalk::equal(a, b);
   }
-  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_); }
-  std::string stringValue() const;
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, ZorbSdkSbfdSessionTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const { return *this != ZorbSdkSbfdSessionTunnelTableEntry(); }
 
   // TunnelId, tep, then the via's line.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
+  // Its own compact record, written by hand.
   void serialize(void* buf) const;
   uint32_t serializeLen() const { return kMaxSerializedLen; }
   void deserialize(void const* buf, unsigned len);

@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <tuple>
 
+#include "Tunnel/TunnelTable/FieldList.h"
 #include "Tunnel/TunnelTable/TunnelTableEntry.h"
 
 namespace Tunnel::TunnelTable {
@@ -43,26 +45,34 @@ class StaticTunnelTableEntry : public TunnelTableEntry {
   void backupViaDel(MplsViaArray::IteratorConst const& it) { backupVia_._memberDel(it.key()); }
   void backupViaDelAll() { backupVia_.clear(); }
 
-  friend bool operator==(StaticTunnelTableEntry const& a, StaticTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.via_ == b.via_ && a.backupVia_ == b.backupVia_;
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = StaticTunnelTableEntry;
+    return std::tuple{field("via", &E::via_, DumpAs::list),
+                      field("backupVia", &E::backupVia_, DumpAs::list, "Backup Vias")};
   }
-  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_, backupVia_); }
-  std::string stringValue() const;
+
+  friend bool operator==(StaticTunnelTableEntry const& a, StaticTunnelTableEntry const& b) {
+    return FieldWalk::equal(a, b);
+  }
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, StaticTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
   explicit operator bool() const;
 
   // TunnelId, tep, "Vias #<n> " and the vias, "Backup Vias #<m> " and those.
-  void dumpState(DumpContext* ctx, int indent) const;
+  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const {
-    return kBaseRecordLen + 8 + MplsVia::kRecordSize * (via_.count() + backupVia_.count());
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
   }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<StaticTunnelTableEntry>(buf, len);
+  }
 
  private:
   MplsViaArray via_;
@@ -92,13 +102,18 @@ class SrTeSegmentListTunnelTableEntry : public TunnelTableEntry {
   void viaDel(MplsViaArray::IteratorConst const& it) { via_._memberDel(it.key()); }
   void viaDelAll() { via_.clear(); }
 
+  using FieldParent = TunnelTableEntry;
+  static constexpr auto fields() {
+    using E = SrTeSegmentListTunnelTableEntry;
+    return std::tuple{field("via", &E::via_, DumpAs::list)};
+  }
+
   friend bool operator==(SrTeSegmentListTunnelTableEntry const& a,
                          SrTeSegmentListTunnelTableEntry const& b) {
-    return static_cast<TunnelTableEntry const&>(a) == static_cast<TunnelTableEntry const&>(b) &&
-           a.via_ == b.via_;
+    return FieldWalk::equal(a, b);
   }
-  uint32_t hash(uint32_t seed = 0) const { return hashFields(hashBase(seed), via_); }
-  std::string stringValue() const;
+  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
+  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
   friend std::ostream& operator<<(std::ostream& os, SrTeSegmentListTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
@@ -107,10 +122,14 @@ class SrTeSegmentListTunnelTableEntry : public TunnelTableEntry {
   // TunnelId, nextHopTunnelId, tep, "Vias #<n> " and one MPLS via line each.
   void dumpState(DumpContext* ctx, int indent) const;
 
-  void serialize(void* buf) const;
-  uint32_t serializeLen() const { return kBaseRecordLen + 4 + MplsVia::kRecordSize * via_.count(); }
-  void deserialize(void const* buf, unsigned len);
-  uint32_t deserializeLen(void const* buf, unsigned len) const;
+  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
+  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
+  void deserialize(void const* buf, unsigned len) {
+    FieldWalk::deserialize(*this, buf, len, kTypeName);
+  }
+  uint32_t deserializeLen(void const* buf, unsigned len) const {
+    return FieldWalk::deserializeLen<SrTeSegmentListTunnelTableEntry>(buf, len);
+  }
 
  private:
   MplsViaArray via_;

@@ -41,7 +41,8 @@ using MplsViaArray = Zent::PodArray<MplsVia, ViaIndex, 600, 0>;
 
 // Entries are plain values with no virtual functions: tables hold one concrete
 // entry type each. A derived entry hides the base's text, hash, equality, dump
-// and record operations with its own, which call the protected pieces below.
+// and record operations with its own, which FieldWalk (FieldList.h) builds
+// from its field list and the protected pieces below.
 //
 // Base record (552 bytes, byte-packed, native order):
 //   0 tunnelId u64, 8 nexthopTunnelId u64, 16 entryPref u8, 17 entryMetric u32,
@@ -49,6 +50,9 @@ using MplsViaArray = Zent::PodArray<MplsVia, ViaIndex, 600, 0>;
 //   27 16 IpGenPrefix records of 24 bytes (unused ones zero), 411 name count
 //   u8 (<= 128), 412 128 name bytes (unused ones zero), 540 12 zero bytes.
 class TunnelTableEntry {
+  // Builds every derived entry's operations on the protected pieces below.
+  friend class FieldWalk;
+
  public:
   static constexpr uint32_t kBaseRecordLen = 552;
   static constexpr uint32_t kMaxSerializedLen = kBaseRecordLen;

@@ -1,11 +1,13 @@
-// One contract over every tunnel table entry type, on random contents and on
-// entries with every array full: copies and records give equal values with
-// equal hashes, texts name the type and read the same through every channel,
-// records report their exact length and are refused when truncated or when a
-// count exceeds its array, and a record that still validates after a byte
-// changed is a different value.
+// Every tunnel table entry type: the value contract on random contents and on
+// entries with every array full, the committed corpus records and their
+// golden texts and dumps, and what only entries do (constructor defaults,
+// range-checked indexes, the refused text constructor).
 
-#include <cstring>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -15,226 +17,149 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/TunnelTable/Types.h"
-#include "Tunnel/framework/TypeRegistry.h"
 #include "tests/TunnelTable/EntryTypes.h"
+#include "tests/common/ValueContract.h"
+
+namespace valuecontract {
+
+template <typename T>
+requires std::is_base_of_v<Tunnel::TunnelTable::TunnelTableEntry, T>
+struct ValueSource<T> {
+  using Rng = Tunnel::TunnelTable::test::EntryRng;
+  static constexpr const char* kName = T::kTypeName;
+  static constexpr bool kParses = false;  // entries hold arrays
+  static constexpr size_t kSamples = 160;
+  static void registerTypes() { Tunnel::TunnelTable::registerTypes(); }
+  static void fill(T& e, Rng& r, bool full) {
+    Tunnel::TunnelTable::test::EntryTraits<T>::randomize(e, r, full);
+  }
+  // The base record's two u8 counts, then each list's u32 count, found by
+  // walking the field list over the record.
+  static std::vector<CountField> counts(T const& e) {
+    using namespace Tunnel::TunnelTable;
+    std::vector<CountField> out;
+    if constexpr (!std::is_same_v<T, ZorbSdkSbfdSessionTunnelTableEntry>) {
+      out = {{26, 1, EndpointArray::capacity}, {411, 1, NameArray::capacity}};
+    }
+    uint32_t at = TunnelTableEntry::kBaseRecordLen;
+    // Interface entries put their tunnel information ahead of the vias.
+    if constexpr (requires { e.tunnelInfo(); }) at += sizeof(e.tunnelInfo());
+    FieldWalk::forEach<T>([&](auto const& fd) {
+      using F = typename std::decay_t<decltype(fd)>::Type;
+      if constexpr (FieldArray<F>) out.push_back({at, 4, F::capacity});
+      if constexpr (!requires { e.tunnelInfo(); } || FieldArray<F>) {
+        at += FieldRecord<F>::len(e.*fd.member);
+      }
+      // The flex-algo record pads isColored to four bytes.
+      if constexpr (std::is_same_v<T, FlexAlgoTunnelTableEntry> && std::is_same_v<F, bool>) {
+        at += 3;
+      }
+    });
+    return out;
+  }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Entries, ValueContract, Tunnel::TunnelTable::test::AllEntryTypes);
+
+}  // namespace valuecontract
 
 namespace Tunnel::TunnelTable::test {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using valuecontract::Bytes;
+using valuecontract::recordOf;
 
 template <typename T>
-Bytes recordOf(T const& e) {
-  Bytes b(e.serializeLen());
-  e.serialize(b.data());
-  return b;
-}
-
-// Records start with the 552-byte base record unless the traits say
-// `kHasBaseRecord = false` (a compact record of its own).
-template <typename Traits>
-constexpr bool hasBaseRecord() {
-  if constexpr (requires { Traits::kHasBaseRecord; }) {
-    return Traits::kHasBaseRecord;
-  } else {
-    return true;
-  }
-}
-
-template <typename T>
-class EntryContractTest : public ::testing::Test {
- protected:
-  using Traits = EntryTraits<T>;
-
+class EntryTest : public ::testing::Test {
+ public:
   static void SetUpTestSuite() { registerTypes(); }
-
-  // Entries are tens of kilobytes: they live on the heap.
-  std::unique_ptr<T> random(bool full = false) {
-    auto e = std::make_unique<T>();
-    Traits::randomize(*e, rng_, full);
-    return e;
-  }
-  // A few random entries and one with every array full.
-  std::vector<std::unique_ptr<T>> samples(size_t n = 10) {
-    std::vector<std::unique_ptr<T>> out;
-    for (size_t i = 0; i < n; ++i) out.push_back(random());
-    out.push_back(random(true));
-    return out;
-  }
-  // The short type name, as the text-constructor assertion names it.
   static std::string shortName() {
-    std::string n = Traits::kName;
+    std::string const n = T::kTypeName;
     return n.substr(n.rfind(':') + 1);
   }
-
-  EntryRng rng_{0xe471};
 };
+TYPED_TEST_SUITE(EntryTest, AllEntryTypes);
 
-TYPED_TEST_SUITE(EntryContractTest, AllEntryTypes);
-
-TYPED_TEST(EntryContractTest, CopiesAreEqualAndHashEqual) {
-  for (auto const& e : this->samples()) {
-    auto copy = std::make_unique<TypeParam>(*e);
-    EXPECT_EQ(*copy, *e);
-    auto assigned = this->random();
-    *assigned = *e;
-    EXPECT_EQ(*assigned, *e);
-    for (uint32_t seed : {0u, 0x5eedu}) EXPECT_EQ(copy->hash(seed), e->hash(seed));
-    EXPECT_EQ(static_cast<bool>(*e), *e != TypeParam());
+// Where T is in AllEntryTypes: the corpus names records by that index.
+template <typename T, typename... Ts>
+constexpr size_t indexIn(::testing::Types<Ts...>*) {
+  constexpr bool same[] = {std::is_same_v<T, Ts>...};
+  for (size_t i = 0; i < sizeof...(Ts); ++i) {
+    if (same[i]) return i;
   }
-  EXPECT_FALSE(static_cast<bool>(TypeParam()));
+  return sizeof...(Ts);
+}
+template <typename T>
+constexpr size_t indexOf() {
+  return indexIn<T>(static_cast<AllEntryTypes*>(nullptr));
 }
 
-TYPED_TEST(EntryContractTest, TextNamesTheTypeAndIsTheSameThroughEveryChannel) {
-  using Traits = typename TestFixture::Traits;
-  EXPECT_EQ(Traits::small().stringValue(), Traits::kSmallText);
-  Zent::GenericIf const* type = Zent::type(Traits::kName);
-  ASSERT_NE(type, nullptr);
-  for (auto const& e : this->samples(4)) {
-    std::string const text = e->stringValue();
-    EXPECT_EQ(text.rfind(fmt::format("Value('{}', ** {{'tunnelId': ", Traits::kName), 0), 0u);
-    std::ostringstream os;
-    os << *e;
-    EXPECT_EQ(os.str(), text);
-    EXPECT_EQ(fmt::format("{}", *e), text);
-    EXPECT_EQ(valueToStrep(*e), text);
-    EXPECT_EQ(type->genericIfStrRep(e.get()), text);
-    EXPECT_EQ(type->genericIfHash(e.get()), e->hash());
-    auto copy = std::make_unique<TypeParam>(*e);
-    EXPECT_TRUE(type->genericIfEqual(copy.get(), e.get()));
-  }
+// The committed seed records of a type (selector byte dropped).
+template <typename T>
+Bytes corpusRecord(std::string const& variant) {
+  std::string const name =
+      fmt::format("{:02}-{}-{}", indexOf<T>(), EntryTest<T>::shortName(), variant);
+  std::ifstream in(std::filesystem::path(TUNNEL_ENTRY_CORPUS_DIR) / name, std::ios::binary);
+  Bytes b{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  EXPECT_FALSE(b.empty()) << name;
+  return b.empty() ? b : Bytes(b.begin() + 1, b.end());
 }
 
-TYPED_TEST(EntryContractTest, RecordRoundTripsAndReportsItsExactLength) {
-  for (auto const& e : this->samples()) {
-    uint32_t const len = e->serializeLen();
-    // Written twice over different fill: every byte below len is written,
-    // none past it.
-    Bytes zeros(len + 16, 0x00);
-    Bytes ones(len + 16, 0xff);
-    e->serialize(zeros.data());
-    e->serialize(ones.data());
-    ASSERT_TRUE(std::equal(zeros.begin(), zeros.begin() + len, ones.begin()));
-    EXPECT_EQ(Bytes(zeros.begin() + len, zeros.end()), Bytes(16, 0x00));
-    EXPECT_EQ(Bytes(ones.begin() + len, ones.end()), Bytes(16, 0xff));
-
-    ASSERT_EQ(e->deserializeLen(zeros.data(), len), len);
-    EXPECT_EQ(e->deserializeLen(zeros.data(), len + 16), len);
-    // Into an entry with other contents: every field is overwritten.
-    auto back = this->random(this->rng_.coin());
-    back->deserialize(zeros.data(), len);
-    EXPECT_EQ(*back, *e);
-    EXPECT_EQ(back->hash(), e->hash());
-    EXPECT_EQ(recordOf(*back), Bytes(zeros.begin(), zeros.begin() + len));
-  }
-}
-
-TYPED_TEST(EntryContractTest, FullArraysGiveTheLargestRecord) {
-  using Traits = typename TestFixture::Traits;
-  EXPECT_EQ(TypeParam::kMaxSerializedLen, Traits::kMaxRecordLen);
-  EXPECT_EQ(this->random(true)->serializeLen(), Traits::kMaxRecordLen);
-  for (auto const& e : this->samples()) EXPECT_LE(e->serializeLen(), Traits::kMaxRecordLen);
-}
-
-TYPED_TEST(EntryContractTest, TruncatedRecordsAreRefused) {
-  for (auto const& e : this->samples(4)) {
-    Bytes const b = recordOf(*e);
-    uint32_t const len = static_cast<uint32_t>(b.size());
-    // An exact-size copy, so that ASan sees any read past the given length.
-    for (uint32_t cut : {len - 1, len / 2, TunnelTableEntry::kBaseRecordLen,
-                         TunnelTableEntry::kBaseRecordLen - 1, 1u, 0u}) {
-      if (cut >= len) continue;
-      Bytes shortRecord(b.begin(), b.begin() + cut);
-      EXPECT_EQ(e->deserializeLen(shortRecord.data(), cut), 0u) << cut << " of " << len;
-    }
-  }
-}
-
-TYPED_TEST(EntryContractTest, CountsAboveCapacityAreRefused) {
-  using Traits = typename TestFixture::Traits;
-  for (auto const& e : this->samples(3)) {
-    Bytes const good = recordOf(*e);
-    unsigned const len = static_cast<unsigned>(good.size());
-    struct Patch {
-      uint32_t offset;
-      uint32_t size;
-      uint32_t count;
-      uint32_t capacity;
-    };
-    std::vector<Patch> patches;
-    if (hasBaseRecord<Traits>()) patches = {{26, 1, 17, 16}, {411, 1, 129, 128}};
-    for (uint32_t off : Traits::listCountOffsets(*e)) patches.push_back({off, 4, 601, 600});
-    for (Patch const& p : patches) {
-      Bytes bad = good;
-      std::memcpy(&bad[p.offset], &p.count, p.size);  // little-endian: the low bytes
-      EXPECT_EQ(e->deserializeLen(bad.data(), len), 0u) << "count at " << p.offset;
-      auto back = std::make_unique<TypeParam>();
-      try {
-        back->deserialize(bad.data(), len);
-        ADD_FAILURE() << "count at " << p.offset << " was read";
-      } catch (Zent::RangeException const& ex) {
-        EXPECT_EQ(ex.what(), fmt::format("PodArray::set expected size <= {}, instead got {}",
-                                         p.capacity, p.count));
+// Golden texts and dumps of the committed "small" records, one block per
+// type: "== <type>", the text line, then the dump lines. Regenerate after a
+// deliberate format change with TUNNEL_WRITE_GOLDEN=1.
+std::map<std::string, std::string>& goldens() {
+  static std::map<std::string, std::string> g = [] {
+    std::map<std::string, std::string> out;
+    std::ifstream in(TUNNEL_ENTRY_GOLDEN_FILE);
+    std::string line;
+    std::string key;
+    while (std::getline(in, line)) {
+      if (line.rfind("== ", 0) == 0) {
+        key = line.substr(3);
+      } else {
+        out[key] += line + "\n";
       }
     }
-  }
+    return out;
+  }();
+  return g;
 }
 
-// Records are canonical, so a changed byte that still validates is another
-// value: equality, hash and text must all see every field.
-TYPED_TEST(EntryContractTest, ChangedRecordsThatValidateAreOtherValues) {
-  size_t accepted = 0;
-  size_t tries = 0;
-  for (auto const& e : this->samples(6)) {
-    Bytes const good = recordOf(*e);
-    std::string const text = e->stringValue();
-    // Half the changes hit a non-zero byte: most zero bytes are unused slots
-    // or fill, where any change is refused.
-    std::vector<size_t> used;
-    for (size_t i = 0; i < good.size(); ++i) {
-      if (good[i]) used.push_back(i);
-    }
-    for (int n = 0; n < 60; ++n, ++tries) {
-      Bytes bad = good;
-      size_t const at = used.empty() || this->rng_.coin() ? this->rng_.below(bad.size())
-                                                          : used[this->rng_.below(used.size())];
-      bad[at] ^= static_cast<unsigned char>(1u << this->rng_.below(8));
-      if (e->deserializeLen(bad.data(), static_cast<unsigned>(bad.size())) != bad.size()) continue;
-      ++accepted;
-      auto back = std::make_unique<TypeParam>();
-      back->deserialize(bad.data(), static_cast<unsigned>(bad.size()));
-      EXPECT_NE(*back, *e) << "byte " << at;
-      EXPECT_NE(back->hash(), e->hash()) << "byte " << at;
-      EXPECT_NE(back->stringValue(), text) << "byte " << at;
-      EXPECT_EQ(recordOf(*back), bad) << "byte " << at;
+TYPED_TEST(EntryTest, CorpusRecordsReadBackToTheirBytesTextsAndDumps) {
+  for (char const* variant : {"default", "small", "random0", "random1", "full"}) {
+    Bytes const record = corpusRecord<TypeParam>(variant);
+    auto const len = static_cast<unsigned>(record.size());
+    auto e = std::make_unique<TypeParam>();
+    ASSERT_EQ(e->deserializeLen(record.data(), len), len) << variant;
+    e->deserialize(record.data(), len);
+    EXPECT_EQ(recordOf(*e), record) << variant;
+    if (std::string(variant) != "small") continue;
+    std::ostringstream dump;
+    DumpContext ctx(dump);
+    e->dumpState(&ctx, 2);
+    std::string const golden = e->stringValue() + "\n" + dump.str();
+    if (std::getenv("TUNNEL_WRITE_GOLDEN")) {
+      std::ofstream(TUNNEL_ENTRY_GOLDEN_FILE, std::ios::app)
+          << "== " << TypeParam::kTypeName << "\n"
+          << golden;
+    } else {
+      EXPECT_EQ(golden, goldens()[TypeParam::kTypeName]);
     }
   }
-  EXPECT_GT(accepted, tries / 10);
 }
 
-TYPED_TEST(EntryContractTest, ConstructorsSetTheTypesDefaults) {
-  using Traits = typename TestFixture::Traits;
-  TunnelId const id(TunnelId::convertToTunnelValue(Traits::kSampleType, 5));
-  auto const e = std::make_unique<TypeParam>(id);
-  EXPECT_EQ(e->tunnelId(), id);
-  EXPECT_EQ(e->entryPref(), Traits::kDefaultPref);
-  EXPECT_EQ(e->nexthopTunnelId(), TunnelId());
-  EXPECT_EQ(e->entryMetric(), 0u);
-  EXPECT_EQ(e->endpoint().count(), 0u);
-  EXPECT_EQ(e->tep(), Vorn::IpGenPrefix());
-  // The default entry is the one of identifier 0.
-  EXPECT_EQ(TypeParam(), TypeParam(TunnelId()));
-}
-
-TYPED_TEST(EntryContractTest, IndexesPastTheEndThrowAndLeaveTheEntryUnchanged) {
-  auto e = this->random();
+TYPED_TEST(EntryTest, IndexesPastTheEndThrowAndLeaveTheEntryUnchanged) {
+  EntryRng rng(3);
+  auto e = std::make_unique<TypeParam>();
+  EntryTraits<TypeParam>::randomize(*e, rng, false);
   auto const before = std::make_unique<TypeParam>(*e);
-  auto expectThrows = [&](auto&& f, std::string const& type) {
+  auto expectThrows = [&](auto&& f, std::string const& index) {
     try {
       f();
-      ADD_FAILURE() << type << " index past the end was accepted";
+      ADD_FAILURE() << index << " past the end was accepted";
     } catch (Zent::RangeException const& ex) {
-      EXPECT_EQ(ex.what(), Zent::rangeMessage("Tunnel::TunnelTable::" + type));
+      EXPECT_EQ(ex.what(), Zent::rangeMessage("Tunnel::TunnelTable::" + index));
     }
     EXPECT_EQ(*e, *before);
   };
@@ -249,7 +174,7 @@ TYPED_TEST(EntryContractTest, IndexesPastTheEndThrowAndLeaveTheEntryUnchanged) {
 }
 
 template <typename T>
-class EntryTextDeathTest : public EntryContractTest<T> {};
+class EntryTextDeathTest : public EntryTest<T> {};
 TYPED_TEST_SUITE(EntryTextDeathTest, AllEntryTypes);
 
 TYPED_TEST(EntryTextDeathTest, TextConstructorAssertsBecauseEntriesHoldArrays) {
@@ -262,6 +187,65 @@ TYPED_TEST(EntryTextDeathTest, TextConstructorAssertsBecauseEntriesHoldArrays) {
         TypeParam e(it, text.end());
       },
       expected);
+}
+
+TunnelId id(TunnelType type, uint64_t index = 5) {
+  return TunnelId(TunnelId::convertToTunnelValue(type, index));
+}
+
+TEST(EntryDefaultsTest, ConstructorsApplyTheTypesDefaults) {
+  EXPECT_EQ(LdpTunnelTableEntry(id(ldpTunnel)).entryPref(), 55);
+  EXPECT_EQ(SrTunnelTableEntry(id(isisSrTunnel)).entryPref(), 65);
+  EXPECT_EQ(SrTunnelTableEntry(id(ospfSrTunnel)).entryPref(), 60);
+  EXPECT_EQ(FlexAlgoTunnelTableEntry(id(isisFlexAlgoTunnel)).entryPref(), 65);
+  // RSVP LER alone orders its vias.
+  RsvpLerTunnelTableEntry const ler(id(rsvpLerTunnel));
+  EXPECT_EQ(ler.entryPref(), 45);
+  EXPECT_EQ(ler.igpPref(), TunnelIgpPref::defaultRsvpLerIgpPref);
+  EXPECT_TRUE(ler.viasOrdered());
+  EXPECT_FALSE(FrrTunnelTableEntry(id(rsvpLerTunnel)).viasOrdered());
+  BgpLuTunnelTableEntry const lu(id(bgpLuTunnel));
+  EXPECT_EQ(lu.entryPref(), 85);
+  EXPECT_EQ(lu.labels(), BgpLuTunnelTableEntry::defaultLabels());
+  EXPECT_EQ(lu.contribution(), ContributionToTunnelRIB::contributes);
+  EXPECT_EQ(lu.bgpMetricType(), Vorn::MetricType::internal);
+  // The SR preference follows the identifier set later.
+  SrTunnelTableEntry sr;
+  sr.tunnelIdIs(id(ospfSrTunnel));
+  sr.intializeSrTunnelEntry();
+  EXPECT_EQ(sr.entryPref(), 60);
+}
+
+// The FRR tail is byte-packed on purpose: seqNo sits unaligned at tail byte 217.
+TEST(EntryRecordTest, FrrSequenceNumberIsUnalignedAtTheTailsEnd) {
+  FrrTunnelTableEntry e(id(tiLfaTunnel));
+  e.isPrimaryViaUsableIs(true);
+  e.seqNoIs(0xabcd);
+  Bytes const b = recordOf(e);
+  ASSERT_EQ(b.size(), 771u);
+  EXPECT_EQ(b[552 + 216], 1);
+  EXPECT_EQ(b[552 + 217], 0xcd);
+  EXPECT_EQ(b[552 + 218], 0xab);
+  Bytes bad = b;
+  bad[552 + 216] = 2;  // a bool is 0 or 1
+  EXPECT_EQ(e.deserializeLen(bad.data(), 771), 0u);
+}
+
+// Every flex-algo record takes the table's whole bound; the fill is zeros.
+TEST(EntryRecordTest, FlexAlgoRecordAlwaysFillsTheBoundWithZeros) {
+  FlexAlgoTunnelTableEntry e(id(isisFlexAlgoTunnel));
+  EXPECT_EQ(e.serializeLen(), 65372u);
+  e.viaIs(0, MplsVia(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1),
+                     Vorn::MplsLabelOperation::push({100})));
+  EXPECT_EQ(e.serializeLen(), 65372u);
+  Bytes b = recordOf(e);
+  EXPECT_EQ(e.deserializeLen(b.data(), 65372), 65372u);
+  EXPECT_EQ(e.deserializeLen(b.data(), 65371), 0u);
+  for (size_t at : {size_t{565}, size_t{567}, size_t{65371}}) {
+    Bytes bad = b;
+    bad[at] = 1;  // the pad after isColored, and the fill
+    EXPECT_EQ(e.deserializeLen(bad.data(), 65372), 0u) << at;
+  }
 }
 
 }  // namespace
