@@ -269,17 +269,25 @@ uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
 
 void Writer::commitWrite(void const* key, uint32_t hash, uint64_t slot) {
   SlotHeader* s = slotAt(slot);
-  storeRelaxed(s->state, uint16_t{kSlotLive});
-  storeRelease(s->seq, s->seq + 1);
   uint32_t cls = classes_.classOf(s->slotSize);
   uint64_t bucket = findBucket(key, hash);
   uint64_t old = 0;
   if (bucket == 0) {
-    maybeGrowIndex();
+    try {
+      maybeGrowIndex();
+    } catch (...) {
+      // No room for a larger index: the slot goes back unpublished, so the
+      // refused write leaves nothing a scan could find.
+      storeRelease(s->seq, s->seq + 1);
+      free_[cls].push_back(slot);
+      throw;
+    }
     bucket = insertBucket(key, hash);
   } else {
     old = bucketAt(bucket)->word;
   }
+  storeRelaxed(s->state, uint16_t{kSlotLive});
+  storeRelease(s->seq, s->seq + 1);
   uint64_t pos = header()->queueHead;
   publishNotification(key, hash);
   storeRelease(bucketAt(bucket)->word, makeBucketWord(slot, cls, hash));
