@@ -182,6 +182,10 @@ void Writer::recover() {
     if (s->slotSize < sizeof(SlotHeader) || s->slotSize % 8 != 0 || off + s->slotSize > heapEnd) {
       throw corrupt(off, "slot size");
     }
+    // Freed slots keep the version of their last record, so the largest
+    // version in the heap is the largest ever given: versions never repeat,
+    // and a reader's "version differs" means "record changed".
+    version_ = std::max(version_, s->version);
     uint64_t bit = (off - heapOffset) / 8;
     bool isReferenced = (referenced[bit / 64] >> (bit % 64)) & 1;
     if (s->state == kSlotIndex) {
@@ -192,7 +196,6 @@ void Writer::recover() {
       storeRelaxed(s->state, uint16_t{kSlotLive});
       ++live;
       bytes += s->slotSize;
-      version_ = std::max(version_, s->version);
     } else if (s->state != kSlotFree || (s->seq & 1)) {
       // Left by a write or a free that the previous writer did not finish.
       storeRelaxed(s->state, uint16_t{kSlotFree});

@@ -210,6 +210,32 @@ TEST_F(TamselTest, NewWriterRecoversTheTableAndReadersResynchronise) {
   EXPECT_EQ(view(r).size(), 401u);
 }
 
+// A key shadow that slept through a writer's deletions, its death and a new
+// writer's rewrites of the same keys must hear of every rewritten key: the
+// new writer's versions may not repeat the ones the shadow holds.
+TEST_F(TamselTest, KeysRewrittenByANewWriterAreReportedWhateverCameBetween) {
+  struct Case {
+    std::vector<uint64_t> deleted, rewritten;
+  };
+  std::vector<uint64_t> all{0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+  for (Case const& c : {Case{{9}, {9}}, Case{all, all}}) {
+    StateRoot caseRoot;
+    std::string d = caseRoot.dir("t");
+    auto w = std::make_unique<Writer>(d, "entry", shape());
+    for (uint64_t k : all) put(*w, k, 1, 64);
+    Reader r(d, "entry", 8);
+    for (uint64_t k : c.deleted) del(*w, k);
+    w.reset();
+    w = std::make_unique<Writer>(d, "entry", shape());
+    for (uint64_t k : c.rewritten) put(*w, k, 2, 64);
+    Recorder rec;
+    r.dispatch(rec);
+    std::set<uint64_t> expected(c.deleted.begin(), c.deleted.end());
+    expected.insert(c.rewritten.begin(), c.rewritten.end());
+    EXPECT_EQ(std::set<uint64_t>(rec.keys.begin(), rec.keys.end()), expected) << c.deleted.size();
+  }
+}
+
 TEST_F(TamselTest, ATableIsRefusedToAWriterOfAnotherShape) {
   { Writer w(dir, "entry", shape(4096)); }
   EXPECT_THROW(Writer(dir, "entry", shape(8192)), Error);
