@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -16,6 +18,53 @@ constexpr uint64_t kGrowChunk = 1u << 20;
 constexpr uint64_t kMaxGrowStep = 1ull << 30;
 
 uint32_t headerBytes() { return static_cast<uint32_t>(roundUp(sizeof(FileHeader), 64)); }
+
+// Who holds a table's writer lock, recorded at the start of the lock file by
+// the holder once it has the lock: the kernel names no holder of an
+// open-file-description lock. The start time tells the holder from an
+// earlier writer whose pid was reused.
+struct LockHolder {
+  uint32_t pid;
+  uint32_t reserved;
+  uint64_t startTime;
+};
+
+// The start time of process `pid` (clock ticks after boot), 0 when unknown.
+uint64_t processStartTime(uint32_t pid) {
+  int fd = ::open(fmt::format("/proc/{}/stat", pid).c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return 0;
+  char buf[1024];
+  ssize_t n = ::read(fd, buf, sizeof(buf) - 1);
+  ::close(fd);
+  if (n <= 0) return 0;
+  buf[n] = '\0';
+  // The command name may hold anything; the fields after it are numbers.
+  char const* p = std::strrchr(buf, ')');
+  if (!p) return 0;
+  for (int field = 2; *p && field < 22;) {
+    if (*p++ == ' ') ++field;
+  }
+  return std::strtoull(p, nullptr, 10);
+}
+
+void holderIs(int lockFd, uint32_t pid) {
+  LockHolder h{pid, 0, pid ? processStartTime(pid) : 0};
+  // Only the refusal message of a rival depends on it.
+  (void)!::pwrite(lockFd, &h, sizeof(h), 0);
+}
+
+// Waits briefly for the winner of a race to record itself, and names it.
+std::string lockHolder(int lockFd) {
+  for (int tries = 0; tries < 100; ++tries) {
+    LockHolder h{};
+    if (::pread(lockFd, &h, sizeof(h), 0) == static_cast<ssize_t>(sizeof(h)) && h.pid != 0 &&
+        h.startTime != 0 && processStartTime(h.pid) == h.startTime && byteLocked(lockFd, 0)) {
+      return fmt::format("pid {}", h.pid);
+    }
+    ::usleep(1000);
+  }
+  return "a live process whose pid could not be determined";
+}
 
 }  // namespace
 
@@ -38,17 +87,12 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableShape
   try {
     lockFd_ = openOwnedFile(paths_.lock, true, perms);
     if (!tryLockByte(lockFd_, 0)) {
-      uint32_t pid = 0;
-      try {
-        int fd = openExistingFile(paths_.table, false);
-        FileHeader h{};
-        if (::pread(fd, &h, sizeof(h), 0) == static_cast<ssize_t>(sizeof(h))) pid = h.writerPid;
-        ::close(fd);
-      } catch (Error const&) {
-        // The holder has not created the table yet; no pid to name.
-      }
-      throw Error(fmt::format("table {} already has a writer (pid {})", paths_.table, pid), EBUSY);
+      throw Error(
+          fmt::format("table {} already has a writer ({})", paths_.table, lockHolder(lockFd_)),
+          EBUSY);
     }
+    holderIs(lockFd_, static_cast<uint32_t>(::getpid()));
+    holdsLock_ = true;
     bool created = false;
     fd_ = openOwnedFile(paths_.table, true, perms, &created);
     FileHeader existing{};
@@ -81,7 +125,10 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableShape
   } catch (...) {
     map_.unmap();
     if (fd_ >= 0) ::close(fd_);
-    if (lockFd_ >= 0) ::close(lockFd_);
+    if (lockFd_ >= 0) {
+      if (holdsLock_) holderIs(lockFd_, 0);
+      ::close(lockFd_);
+    }
     throw;
   }
 }
@@ -90,7 +137,9 @@ Writer::~Writer() {
   map_.unmap();
   if (wakeSocket_ >= 0) ::close(wakeSocket_);
   if (fd_ >= 0) ::close(fd_);
-  if (lockFd_ >= 0) ::close(lockFd_);  // drops the writer lock
+  // This process may live on: a rival must not name it once the lock is gone.
+  holderIs(lockFd_, 0);
+  ::close(lockFd_);  // drops the writer lock
 }
 
 void Writer::create(TableShape const& shape) {

@@ -137,6 +137,7 @@ class Writer {
   uint64_t tombstones_ = 0;
   uint64_t version_ = 0;
   bool recovered_ = false;
+  bool holdsLock_ = false;
   ReaderRegistry registry_;
   int wakeSocket_ = -1;
   bool asymmetricFence_ = false;
