@@ -1,9 +1,12 @@
 // Writers and readers in separate processes, as agents use them.
+#include <fcntl.h>
+#include <functional>
 #include <map>
 #include <poll.h>
 #include <random>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <gtest/gtest.h>
 
@@ -205,6 +208,62 @@ TEST_F(TamselProcessTest, ALosingWriterNamesTheLiveWinner) {
     ::kill(b, SIGKILL);
     waitChild(a);
     waitChild(b);
+  }
+}
+
+// A damaged or hostile table file is an Error for its readers (lookups,
+// scans, a key shadow's start), within a bounded number of retries: never a
+// hang or a signal. Each case runs in a child whose alarm turns a hang into
+// a failure.
+TEST_F(TamselProcessTest, DamagedTableFilesAreErrorsNeverHangsOrSignals) {
+  struct Case {
+    const char* name;
+    std::function<void(int fd, FileHeader const& h, uint64_t slot, uint64_t bucket)> damage;
+    const char* error;
+  };
+  std::vector<Case> cases{
+      {"a FIFO in the table's place",
+       [&](int, FileHeader const&, uint64_t, uint64_t) {
+         ASSERT_EQ(::unlink((dir + "/entry.tbl").c_str()), 0);
+         ASSERT_EQ(::mkfifo((dir + "/entry.tbl").c_str(), 0600), 0);
+       },
+       "is not a regular file"},
+  };
+  uint64_t const k5 = 5;
+  for (Case const& c : cases) {
+    std::filesystem::remove_all(dir);
+    uint64_t slot = 0;
+    {
+      Writer w(dir, "entry", shape());
+      for (uint64_t k = 0; k < 10; ++k) put(w, k, k, 64);
+      slot = w.slotOffset(&k5, keyHash(k5));
+    }
+    int fd = ::open((dir + "/entry.tbl").c_str(), O_RDWR);
+    FileHeader h{};
+    ASSERT_EQ(::pread(fd, &h, sizeof(h), 0), static_cast<ssize_t>(sizeof(h)));
+    uint64_t buckets = h.indexOffset + sizeof(SlotHeader) + sizeof(IndexHeader), bucket = 0;
+    for (uint64_t b = buckets; bucket == 0; b += sizeof(Bucket)) {
+      uint64_t word = 0;
+      ASSERT_EQ(::pread(fd, &word, 8, static_cast<off_t>(b)), 8);
+      if (bucketLive(word) && bucketSlot(word) == slot) bucket = b;
+    }
+    c.damage(fd, h, slot, bucket);
+    ::close(fd);
+    pid_t child = forkChild([&] {
+      ::alarm(20);
+      try {
+        Reader r(dir, "entry", 8);
+        std::vector<char> out;
+        for (uint64_t k = 0; k < 10; ++k) r.readCopy(&k, keyHash(k), out);
+        scan(r);
+        ViewKeeper v(r);
+        r.dispatch(v);
+      } catch (Error const& e) {
+        return std::string(e.what()).find(c.error) != std::string::npos;
+      }
+      return false;
+    });
+    EXPECT_EQ(waitChild(child), 0) << c.name;
   }
 }
 
