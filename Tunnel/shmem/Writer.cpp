@@ -82,6 +82,11 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableShape
                 EINVAL);
   }
   if (shape_.fixedPayload) shape_.maxPayload = shape_.fixedPayload;
+  if (shape_.maxPayload > kMaxRecord) {
+    throw Error(fmt::format("{}: records up to {} bytes exceed the largest a table holds, {}",
+                            paths_.table, shape_.maxPayload, kMaxRecord),
+                EINVAL);
+  }
   if (shape_.allocatorName.empty()) shape_.allocatorName = shape_.typeName;
   makeDirs(dir, perms);
   try {

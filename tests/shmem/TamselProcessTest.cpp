@@ -221,7 +221,31 @@ TEST_F(TamselProcessTest, DamagedTableFilesAreErrorsNeverHangsOrSignals) {
     std::function<void(int fd, FileHeader const& h, uint64_t slot, uint64_t bucket)> damage;
     const char* error;
   };
+  auto poke = [](int fd, uint64_t off, auto value) {
+    ASSERT_EQ(::pwrite(fd, &value, sizeof(value), static_cast<off_t>(off)),
+              static_cast<ssize_t>(sizeof(value)));
+  };
   std::vector<Case> cases{
+      {"header field",
+       [&](int fd, FileHeader const&, uint64_t, uint64_t) {
+         poke(fd, offsetof(FileHeader, queueCapacity), uint32_t{1000});
+       },
+       "is corrupt at offset"},
+      {"bucket redirected past the heap",
+       [&](int fd, FileHeader const& h, uint64_t, uint64_t bucket) {
+         poke(fd, bucket, makeBucketWord(h.fileSize * 2, 0, keyHash(5)));
+       },
+       "is corrupt at offset"},
+      {"slot stuck mid-write",
+       [&](int fd, FileHeader const&, uint64_t slot, uint64_t) {
+         poke(fd, slot + offsetof(SlotHeader, seq), uint32_t{7});
+       },
+       "is corrupt at offset"},
+      {"truncated file",
+       [&](int fd, FileHeader const& h, uint64_t, uint64_t) {
+         ASSERT_EQ(::ftruncate(fd, static_cast<off_t>(h.heapOffset + 4096)), 0);
+       },
+       "is corrupt at offset"},
       {"a FIFO in the table's place",
        [&](int, FileHeader const&, uint64_t, uint64_t) {
          ASSERT_EQ(::unlink((dir + "/entry.tbl").c_str()), 0);
