@@ -267,10 +267,18 @@ void Reader::keyNotified(void const* key, uint32_t hash, Handler& handler) {
 void Reader::resync(Handler& handler, bool overflow) {
   ++resyncs_;
   if (overflow) ++overflows_;
+  uint64_t from = pos_;
   epoch_ = loadAcquire(header()->writerEpoch);
   // Changes after this point arrive through the queue as well.
   pos_ = loadAcquire(header()->queueHead);
   if (!options_.keyIndex) {
+    // Nothing here tells which keys changed: report every key that may
+    // have. After a writer restart the entries we had not read are intact
+    // unless the writer lapped us; a deleted key is known only from them.
+    if (!overflow) notifyQueued(from, pos_, handler);
+    forEachSlot([&](void const* key, char const*, uint32_t, uint64_t, uint32_t) {
+      handler.keyChanged(key);
+    });
     handler.resynchronised(overflow);
     return;
   }
@@ -307,6 +315,26 @@ void Reader::resync(Handler& handler, bool overflow) {
   }
   for (auto const& k : changed) handler.keyChanged(k.data());
   handler.resynchronised(overflow);
+}
+
+void Reader::notifyQueued(uint64_t from, uint64_t to, Handler& handler) {
+  if (to - from >= queueCap_) return;
+  std::vector<char> batch((to - from) * entrySize_);
+  {
+    OptimisticReads copy;
+    for (uint64_t p = from; p < to; ++p) {
+      std::memcpy(batch.data() + (p - from) * entrySize_,
+                  at(queueOffset_ + (p & (queueCap_ - 1)) * entrySize_), entrySize_);
+    }
+  }
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (loadRelaxed(header()->queueHead) - from >= queueCap_) return;
+  for (uint64_t p = from; p < to; ++p) {
+    char const* e = batch.data() + (p - from) * entrySize_;
+    if (reinterpret_cast<QueueEntryHeader const*>(e)->position == p) {
+      handler.keyChanged(e + sizeof(QueueEntryHeader));
+    }
+  }
 }
 
 size_t Reader::dispatch(Handler& handler, size_t max) {

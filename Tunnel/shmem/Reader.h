@@ -47,6 +47,10 @@ class Reader {
     // The record of `key` changed or went away; look it up to see which.
     virtual void keyChanged(void const* key) = 0;
     // The reader resynchronised after falling behind or a writer restart.
+    // The keys that may have changed meanwhile arrived through keyChanged()
+    // first: exactly those that did with a key index; without one, every
+    // live key and those the queue still held (a key deleted while the queue
+    // overflowed is lost to such a reader).
     virtual void resynchronised(bool overflow) { (void)overflow; }
     virtual void quiescedChanged(bool quiesced) { (void)quiesced; }
   };
@@ -247,6 +251,8 @@ class Reader {
   // offset) on `what` (a sequence or a word); throws Error when it keeps
   // failing there.
   void retried(Retries& r, uint64_t where, uint64_t what) const;
+  // Reports the keys of the queue entries [from, to) that are still intact.
+  void notifyQueued(uint64_t from, uint64_t to, Handler& handler);
 
   void resync(Handler& handler, bool overflow);
   void keyNotified(void const* key, uint32_t hash, Handler& handler);
