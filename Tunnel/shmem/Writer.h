@@ -90,8 +90,6 @@ class Writer {
 
   // For tests and tools: the offset of the record of `key`, 0 when absent.
   uint64_t slotOffset(void const* key, uint32_t hash) const;
-  // For tests: the raw file mapping.
-  char* mappingBase() const { return map_.base(); }
 
  private:
   FileHeader* header() const { return reinterpret_cast<FileHeader*>(map_.base()); }
