@@ -1,26 +1,45 @@
 #!/usr/bin/env bash
-# Fuzzes the tunnel table entry records: builds the "fuzz" preset (clang,
-# libFuzzer, ASan+UBSan), runs the fuzzer for the given number of seconds
-# (default 600) on a scratch copy of tests/fuzz/corpus, then merges the inputs
-# that reach new code back into the committed corpus. Crashing inputs land in
-# build/fuzz/artifacts/; replay one with
+# Fuzzes the tunnel table entry records (target "entry", the default) or the
+# readers of a damaged table file (target "table"): builds the "fuzz" preset
+# (clang, libFuzzer, ASan+UBSan), runs the fuzzer for the given number of
+# seconds (default 600) on a scratch copy of its corpus, then merges the
+# inputs that reach new code back into the committed corpus. Crashing inputs
+# land in build/fuzz/artifacts/; replay one with
 #   build/asan/tests/fuzz/entry_record_replay <file>
+#   build/asan/tests/fuzz/table_image_replay <file>
+# Usage: scripts/fuzz.sh [seconds] [entry|table]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 
 seconds=${1:-600}
-corpus=tests/fuzz/corpus
-fuzzer=build/fuzz/tests/fuzz/entry_record_fuzz
-# The largest record (a static entry with 600 vias in each list) is 130160
-# bytes, plus the selector byte.
-max_len=140000
+case "${2:-entry}" in
+entry)
+  corpus=tests/fuzz/corpus
+  target=entry_record_fuzz
+  # The largest record (a static entry with 600 vias in each list) is 130160
+  # bytes, plus the selector byte.
+  max_len=140000
+  ;;
+table)
+  corpus=tests/fuzz/table-corpus
+  target=table_image_fuzz
+  max_len=512
+  ;;
+*)
+  echo "usage: $0 [seconds] [entry|table]" >&2
+  exit 2
+  ;;
+esac
+fuzzer=build/fuzz/tests/fuzz/$target
 
 cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz --target entry_record_fuzz -j2
+cmake --build --preset fuzz --target $target -j2
 
 work=$(mktemp -d build/fuzz/run.XXXXXX)
 trap 'rm -rf "$work"' EXIT
+# The table harness keeps its table files in the scratch directory.
+export TAMSEL_FUZZ_ROOT="$root/$work"
 mkdir -p "$work/corpus" build/fuzz/artifacts
 cp "$corpus"/* "$work/corpus/"
 

@@ -13,6 +13,7 @@ namespace Tamsel {
 constexpr uint64_t kMagic = 0x31304c45534d4154ull;  // "TAMSEL01"
 constexpr uint32_t kLayoutVersion = 2;
 constexpr uint32_t kMaxKeySize = 64;
+constexpr uint32_t kMaxRecord = 1u << 30;  // bytes; keeps slot sizes in 32 bits
 constexpr uint32_t kTypeNameSize = 128;
 constexpr uint32_t kPublishedCounters = 4;
 

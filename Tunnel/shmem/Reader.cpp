@@ -36,10 +36,18 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
           fmt::format("{} has keys of {} bytes, expected {}", paths_.table, h.keySize, keySize),
           EINVAL);
     }
+    // The writer reserves space before it records it, so the file is at
+    // least as large as the header read before it says.
+    uint64_t size = fileSize(fd_, paths_.table);
+    map_.map(fd_, paths_.table, size, false);
+    checkGeometry(h, size);
     keySize_ = h.keySize;
     payloadOffset_ = slotPayloadOffset(keySize_);
-    classes_ = SizeClasses(slotBytesFor(h.keySize, h.fixedPayload ? h.fixedPayload : h.maxPayload));
-    map_.map(fd_, paths_.table, fileSize(fd_, paths_.table), false);
+    classes_ = SizeClasses(slotBytesFor(h.keySize, h.maxPayload));
+    heapOffset_ = h.heapOffset;
+    queueOffset_ = h.queueOffset;
+    queueCap_ = h.queueCapacity;
+    entrySize_ = h.queueEntrySize;
     map_.populate(loadAcquire(header()->heapEnd));
     lockFd_ = openExistingFile(paths_.lock, true);
     if (options_.notifications) {
@@ -113,9 +121,49 @@ std::string Reader::typeName() const {
 
 bool Reader::writerAlive() const { return byteLocked(lockFd_, 0); }
 
+void Reader::checkGeometry(FileHeader const& h, uint64_t size) const {
+  // Everything a reader computes an address from, so that a damaged or
+  // hostile file is an error here rather than a wild read later.
+  uint64_t queueEnd = h.queueOffset + uint64_t{h.queueCapacity} * h.queueEntrySize;
+  if (h.headerSize != roundUp(sizeof(FileHeader), 64)) {
+    throw corruptAt(offsetof(FileHeader, headerSize), "header size");
+  }
+  if (h.keySize == 0 || h.keySize > kMaxKeySize) {
+    throw corruptAt(offsetof(FileHeader, keySize), "key size");
+  }
+  if (h.maxPayload > kMaxRecord || (h.fixedPayload != 0 && h.fixedPayload != h.maxPayload)) {
+    throw corruptAt(offsetof(FileHeader, maxPayload), "record bounds");
+  }
+  if (h.queueCapacity < 2 || (h.queueCapacity & (h.queueCapacity - 1)) != 0 ||
+      h.queueEntrySize != queueEntrySizeFor(h.keySize)) {
+    throw corruptAt(offsetof(FileHeader, queueCapacity), "queue geometry");
+  }
+  if (h.queueOffset < h.headerSize || h.queueOffset % 8 != 0 || h.queueOffset > h.heapOffset ||
+      queueEnd > h.heapOffset || h.heapOffset % 8 != 0 || h.heapOffset > h.heapEnd ||
+      h.heapEnd > h.fileSize) {
+    throw corruptAt(offsetof(FileHeader, queueOffset), "queue and heap bounds");
+  }
+  if (h.indexOffset < h.heapOffset || h.indexOffset % 8 != 0 || h.indexOffset > h.heapEnd ||
+      h.indexOffset + sizeof(SlotHeader) + sizeof(IndexHeader) > h.heapEnd) {
+    throw corruptAt(offsetof(FileHeader, indexOffset), "index offset");
+  }
+  if (size < h.fileSize) throw truncatedAt(size, h.fileSize);
+}
+
+Error Reader::truncatedAt(uint64_t size, uint64_t expected) const {
+  return Error(fmt::format("{} is corrupt at offset {}: the file ends there, its header says it "
+                           "has {} bytes",
+                           paths_.table, size, expected),
+               EINVAL);
+}
+
 bool Reader::follow(uint64_t end) const {
   uint64_t size = loadAcquire(header()->fileSize);
   if (end > size) return false;
+  // The writer reserves the space before it records the size: a shorter
+  // file was cut by someone else, and touching what is gone would kill us.
+  uint64_t actual = fileSize(fd_, paths_.table);
+  if (actual < size) throw truncatedAt(actual, size);
   map_.remap(size);
   map_.populate(loadAcquire(header()->heapEnd));
   return true;
@@ -131,14 +179,29 @@ void Reader::backoff(int attempt) {
 }
 
 Error Reader::corruptAt(uint64_t off, const char* what) const {
-  return Error(fmt::format("{} is corrupt at offset {}: {}", paths_.table, off, what), EINVAL);
+  std::string hex;
+  for (uint64_t i = off; i < off + 32 && i < map_.size(); ++i) {
+    fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<uint8_t>(map_.base()[i]));
+  }
+  if (hex.empty()) hex = "none, beyond the file";
+  return Error(
+      fmt::format("{} is corrupt at offset {}: {}, contents: {}", paths_.table, off, what, hex),
+      EINVAL);
+}
+
+void Reader::retried(Retries& r, uint64_t where, uint64_t what) const {
+  if (r.attempts > 0 && where == r.where && what == r.what) {
+    if (++r.same >= kStuckRetries) throw corruptAt(where, "every lookup through it fails");
+  } else {
+    r.where = where;
+    r.what = what;
+    r.same = 0;
+  }
+  backoff(static_cast<int>(std::min<uint32_t>(r.attempts++, 1u << 20)));
 }
 
 bool Reader::readCopy(void const* key, uint32_t hash, std::vector<char>& out) const {
-  return read(key, hash, [&](char const* rec, uint32_t len) {
-    out.resize(len);
-    std::memcpy(out.data(), rec, len);
-  });
+  return read(key, hash, [&](char const* rec, uint32_t len) { out.assign(rec, rec + len); });
 }
 
 bool Reader::indexed(void const* key) const {
@@ -204,10 +267,18 @@ void Reader::keyNotified(void const* key, uint32_t hash, Handler& handler) {
 void Reader::resync(Handler& handler, bool overflow) {
   ++resyncs_;
   if (overflow) ++overflows_;
+  uint64_t from = pos_;
   epoch_ = loadAcquire(header()->writerEpoch);
   // Changes after this point arrive through the queue as well.
   pos_ = loadAcquire(header()->queueHead);
   if (!options_.keyIndex) {
+    // Nothing here tells which keys changed: report every key that may
+    // have. After a writer restart the entries we had not read are intact
+    // unless the writer lapped us; a deleted key is known only from them.
+    if (!overflow) notifyQueued(from, pos_, handler);
+    forEachSlot([&](void const* key, char const*, uint32_t, uint64_t, uint32_t) {
+      handler.keyChanged(key);
+    });
     handler.resynchronised(overflow);
     return;
   }
@@ -246,15 +317,35 @@ void Reader::resync(Handler& handler, bool overflow) {
   handler.resynchronised(overflow);
 }
 
+void Reader::notifyQueued(uint64_t from, uint64_t to, Handler& handler) {
+  if (to - from >= queueCap_) return;
+  std::vector<char> batch((to - from) * entrySize_);
+  {
+    OptimisticReads copy;
+    for (uint64_t p = from; p < to; ++p) {
+      std::memcpy(batch.data() + (p - from) * entrySize_,
+                  at(queueOffset_ + (p & (queueCap_ - 1)) * entrySize_), entrySize_);
+    }
+  }
+  std::atomic_thread_fence(std::memory_order_acquire);
+  if (loadRelaxed(header()->queueHead) - from >= queueCap_) return;
+  for (uint64_t p = from; p < to; ++p) {
+    char const* e = batch.data() + (p - from) * entrySize_;
+    if (reinterpret_cast<QueueEntryHeader const*>(e)->position == p) {
+      handler.keyChanged(e + sizeof(QueueEntryHeader));
+    }
+  }
+}
+
 size_t Reader::dispatch(Handler& handler, size_t max) {
   if (!registered_) {
     throw Error(fmt::format("{}: reader opened without notifications", paths_.table), EINVAL);
   }
   drainWake();
   size_t delivered = 0;
-  uint32_t const entrySize = header()->queueEntrySize;
-  uint64_t const cap = header()->queueCapacity;
-  uint64_t const queueOffset = header()->queueOffset;
+  uint32_t const entrySize = entrySize_;
+  uint64_t const cap = queueCap_;
+  uint64_t const queueOffset = queueOffset_;
   for (;;) {
     if (delivered >= max) {
       selfWake();  // come back through the event loop for the rest

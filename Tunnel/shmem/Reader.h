@@ -8,6 +8,7 @@
 // whose table got a new writer, resynchronises: with a key index it still
 // reports every key that changed meanwhile, deletions included.
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -46,12 +47,17 @@ class Reader {
     // The record of `key` changed or went away; look it up to see which.
     virtual void keyChanged(void const* key) = 0;
     // The reader resynchronised after falling behind or a writer restart.
+    // The keys that may have changed meanwhile arrived through keyChanged()
+    // first: exactly those that did with a key index; without one, every
+    // live key and those the queue still held (a key deleted while the queue
+    // overflowed is lost to such a reader).
     virtual void resynchronised(bool overflow) { (void)overflow; }
     virtual void quiescedChanged(bool quiesced) { (void)quiesced; }
   };
 
-  // Throws Error when the table does not exist, is not a table, or has a key
-  // size other than `keySize` (0 accepts any).
+  // Throws Error when the table does not exist, is not a regular file or not
+  // a table, is corrupt or cut short, or has a key size other than `keySize`
+  // (0 accepts any).
   Reader(std::string const& dir, std::string const& collection, uint32_t keySize,
          Options const& options);
   Reader(std::string const& dir, std::string const& collection, uint32_t keySize)
@@ -68,10 +74,12 @@ class Reader {
   // Calls fn(char const* rec, uint32_t len) with the record of `key` in place.
   // fn may run more than once; only its last run saw a stable record, and it
   // must not trust the bytes before that (copy first, decode after). False
-  // when the key is absent. ThreadSanitizer does not check what fn does.
+  // when the key is absent. Throws Error when the table is corrupt where the
+  // key's lookup leads. ThreadSanitizer does not check what fn does.
   template <typename Fn>
   bool read(void const* key, uint32_t hash, Fn&& fn) const {
-    for (int attempt = 0;; ++attempt) {
+    Retries retries;
+    for (;;) {
       uint64_t slot = 0, seq = 0;
       int r = probe(key, hash, &slot, &seq);
       if (r == kAbsent) {
@@ -95,7 +103,7 @@ class Reader {
           return true;
         }
       }
-      backoff(attempt);
+      retried(retries, slot, seq);
     }
   }
 
@@ -157,6 +165,21 @@ class Reader {
 
  private:
   enum { kAbsent = 0, kFound = 1, kRetry = 2 };
+  // Where the failed attempts of one lookup failed: the writer moves on
+  // from any state a reader can catch, so a lookup that fails the same way
+  // at the same place for long has met a corrupt table.
+  struct Retries {
+    uint64_t where = 0;
+    uint64_t what = 0;
+    uint32_t attempts = 0;
+    uint32_t same = 0;
+  };
+  static constexpr uint32_t kStuckRetries = 1000;
+  static int retryAt(uint64_t* where, uint64_t* what, uint64_t w, uint64_t v) {
+    *where = w;
+    *what = v;
+    return kRetry;
+  }
   FileHeader const* header() const { return reinterpret_cast<FileHeader const*>(map_.base()); }
   char const* at(uint64_t off) const { return map_.base() + off; }
   SlotHeader const* slotAt(uint64_t off) const {
@@ -167,7 +190,8 @@ class Reader {
     return size > payloadOffset_ ? size - payloadOffset_ : 0;
   }
   // Makes [0, end) addressable, following the writer's growth. False when
-  // `end` lies beyond the file.
+  // `end` lies beyond the file; Error when the file is shorter than its
+  // header says.
   bool mapped(uint64_t end) const { return end <= map_.size() || follow(end); }
   bool follow(uint64_t end) const;
   // Whether news arrives within options_.spinNs.
@@ -182,13 +206,16 @@ class Reader {
                      prefix
                : std::memcmp(at(off) + slotKeyOffset(), key, keySize_) == 0;
   }
+  // "<table> is corrupt at offset <off>: <what>, contents: <bytes there>".
   Error corruptAt(uint64_t off, const char* what) const;
+  Error truncatedAt(uint64_t size, uint64_t expected) const;
+  void checkGeometry(FileHeader const& h, uint64_t size) const;
   // forEach, with each key's hash as a fifth argument.
   template <typename Fn>
   void forEachSlot(Fn&& fn) const {
     std::vector<char> buf;
     std::vector<char> key(keySize_);
-    uint64_t off = header()->heapOffset;
+    uint64_t off = heapOffset_;
     uint64_t end = loadAcquire(header()->heapEnd);
     if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
     while (off < end) {
@@ -199,12 +226,13 @@ class Reader {
       }
       uint32_t seq = loadAcquire(s->seq);
       if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
+        if (size < payloadOffset_) throw corruptAt(off, "slot smaller than its key");
         uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
         buf.resize(len);
         {
           OptimisticReads copy;
           std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
-          std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+          if (len != 0) std::memcpy(buf.data(), at(off) + payloadOffset_, len);
         }
         uint64_t version = loadRelaxed(s->version);
         uint32_t hash = loadRelaxed(s->hash);
@@ -219,6 +247,12 @@ class Reader {
   // Records what this process saw of `key`: its version, or its absence.
   void observed(void const* key, uint32_t hash, bool present, uint64_t version) const;
   static void backoff(int attempt);
+  // Waits before the next attempt of a lookup that failed at `where` (an
+  // offset) on `what` (a sequence or a word); throws Error when it keeps
+  // failing there.
+  void retried(Retries& r, uint64_t where, uint64_t what) const;
+  // Reports the keys of the queue entries [from, to) that are still intact.
+  void notifyQueued(uint64_t from, uint64_t to, Handler& handler);
 
   void resync(Handler& handler, bool overflow);
   void keyNotified(void const* key, uint32_t hash, Handler& handler);
@@ -229,6 +263,11 @@ class Reader {
   uint32_t keySize_ = 0;
   uint32_t payloadOffset_ = 0;
   SizeClasses classes_{64};
+  // Fixed when the table was created; checked once when it is mapped.
+  uint64_t heapOffset_ = 0;
+  uint64_t queueOffset_ = 0;
+  uint64_t queueCap_ = 0;
+  uint32_t entrySize_ = 0;
   Options options_;
   int fd_ = -1;
   int lockFd_ = -1;
@@ -258,12 +297,20 @@ class Reader {
 // overlaps with this one.
 inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
                          uint64_t* seqOut) const {
+  // On a retry, slotOut and seqOut say where and on what the attempt failed.
   uint64_t index = loadAcquire(header()->indexOffset);
-  if (!mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) return kRetry;
+  // One test for both: an index past any mapping, or not 8-byte aligned.
+  if ((index & (~(Mapping::kReserve - 1) | 7)) != 0 ||
+      !mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
+    return retryAt(slotOut, seqOut, offsetof(FileHeader, indexOffset), index);
+  }
   uint64_t cap =
       loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
   uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
-  if (cap == 0 || (cap & (cap - 1)) != 0 || !mapped(base + cap * sizeof(Bucket))) return kRetry;
+  if (cap - 1 >= Mapping::kReserve / sizeof(Bucket) || (cap & (cap - 1)) != 0 ||
+      !mapped(base + cap * sizeof(Bucket))) {
+    return retryAt(slotOut, seqOut, index + sizeof(SlotHeader), cap);
+  }
   uint64_t prefix = keyPrefixOf(key, keySize_);
   for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
     Bucket const* bp = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
@@ -275,18 +322,19 @@ inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
     uint64_t s = bucketSlot(b);
     uint32_t cls = bucketClass(b);
     uint64_t size = cls < classes_.count() ? classes_.size(cls) : sizeof(SlotHeader);
-    if (!mapped(s + size)) return kRetry;
+    if (!mapped(s + size)) return retryAt(slotOut, seqOut, base + i * sizeof(Bucket), b);
     // Ask for the whole record now: its lines arrive while the header is read.
     for (uint64_t line = 0; line < size; line += 64) __builtin_prefetch(at(s) + line);
     SlotHeader const* sh = slotAt(s);
     uint32_t seq = loadAcquire(sh->seq);
-    if ((seq & 1) || loadRelaxed(sh->state) != kSlotLive ||
-        !mapped(s + loadRelaxed(sh->slotSize))) {
-      return kRetry;
+    uint32_t slotSize = loadRelaxed(sh->slotSize);
+    if ((seq & 1) || loadRelaxed(sh->state) != kSlotLive || slotSize < payloadOffset_ ||
+        !mapped(s + slotSize)) {
+      return retryAt(slotOut, seqOut, s, seq);
     }
     bool same = slotKeyIs(s, key, prefix);
     std::atomic_thread_fence(std::memory_order_acquire);
-    if (loadRelaxed(sh->seq) != seq) return kRetry;
+    if (loadRelaxed(sh->seq) != seq) return retryAt(slotOut, seqOut, s, seq);
     if (same) {
       *slotOut = s;
       *seqOut = seq;
@@ -294,10 +342,11 @@ inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
     }
     // The slot holds another key. If the bucket moved on meanwhile, the slot
     // may have been reused and our key may sit in the bucket's new slot.
-    if (loadAcquire(bp->word) != b) return kRetry;
+    if (loadAcquire(bp->word) != b) return retryAt(slotOut, seqOut, base + i * sizeof(Bucket), b);
   }
   // A rehash while we probed the old index may hide a present key.
-  return loadAcquire(header()->indexOffset) == index ? kAbsent : kRetry;
+  if (loadAcquire(header()->indexOffset) == index) return kAbsent;
+  return retryAt(slotOut, seqOut, offsetof(FileHeader, indexOffset), index);
 }
 
 }  // namespace Tamsel

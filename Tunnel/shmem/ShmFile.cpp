@@ -37,6 +37,19 @@ void checkOwned(int fd, std::string const& path) {
   }
 }
 
+// Opens without blocking: opening a FIFO for reading waits for a writer, and
+// the caller refuses anything but a regular file once it is open.
+int openNoFollow(std::string const& path, int access) {
+  int fd = ::open(path.c_str(), access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) {
+    int err = errno;
+    if (err == ELOOP) throw Error(fmt::format("{} is a symbolic link; refusing it", path), err);
+    throw Error(fmt::format("cannot open {}: {}", path, errnoText(err)), err);
+  }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
+}
+
 }  // namespace
 
 void makeDirs(std::string const& dir, FilePermissions const& perms) {
@@ -91,12 +104,7 @@ int openOwnedFile(std::string const& path, bool create, FilePermissions const& p
       throw Error(fmt::format("cannot create {}: {}", path, errnoText(err)), err);
     }
   }
-  fd = ::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) {
-    int err = errno;
-    if (err == ELOOP) throw Error(fmt::format("{} is a symbolic link; refusing it", path), err);
-    throw Error(fmt::format("cannot open {}: {}", path, errnoText(err)), err);
-  }
+  fd = openNoFollow(path, O_RDWR);
   try {
     checkOwned(fd, path);
   } catch (...) {
@@ -107,12 +115,7 @@ int openOwnedFile(std::string const& path, bool create, FilePermissions const& p
 }
 
 int openExistingFile(std::string const& path, bool writable) {
-  int fd = ::open(path.c_str(), (writable ? O_RDWR : O_RDONLY) | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) {
-    int err = errno;
-    if (err == ELOOP) throw Error(fmt::format("{} is a symbolic link; refusing it", path), err);
-    throw Error(fmt::format("cannot open {}: {}", path, errnoText(err)), err);
-  }
+  int fd = openNoFollow(path, writable ? O_RDWR : O_RDONLY);
   struct stat st {};
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
     ::close(fd);

@@ -12,6 +12,7 @@ class TamselMapCore::Relay : public Tamsel::Reader::Handler {
   void keyChanged(void const* key) override {
     if (map_.perKey_) map_.perKey_(key);
   }
+  // The reader has reported every key that may have changed.
   void resynchronised(bool) override {}
   void quiescedChanged(bool q) override {
     if (map_.quiesced_) map_.quiesced_(q);

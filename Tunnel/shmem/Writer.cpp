@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -16,6 +18,53 @@ constexpr uint64_t kGrowChunk = 1u << 20;
 constexpr uint64_t kMaxGrowStep = 1ull << 30;
 
 uint32_t headerBytes() { return static_cast<uint32_t>(roundUp(sizeof(FileHeader), 64)); }
+
+// Who holds a table's writer lock, recorded at the start of the lock file by
+// the holder once it has the lock: the kernel names no holder of an
+// open-file-description lock. The start time tells the holder from an
+// earlier writer whose pid was reused.
+struct LockHolder {
+  uint32_t pid;
+  uint32_t reserved;
+  uint64_t startTime;
+};
+
+// The start time of process `pid` (clock ticks after boot), 0 when unknown.
+uint64_t processStartTime(uint32_t pid) {
+  int fd = ::open(fmt::format("/proc/{}/stat", pid).c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return 0;
+  char buf[1024];
+  ssize_t n = ::read(fd, buf, sizeof(buf) - 1);
+  ::close(fd);
+  if (n <= 0) return 0;
+  buf[n] = '\0';
+  // The command name may hold anything; the fields after it are numbers.
+  char const* p = std::strrchr(buf, ')');
+  if (!p) return 0;
+  for (int field = 2; *p && field < 22;) {
+    if (*p++ == ' ') ++field;
+  }
+  return std::strtoull(p, nullptr, 10);
+}
+
+void holderIs(int lockFd, uint32_t pid) {
+  LockHolder h{pid, 0, pid ? processStartTime(pid) : 0};
+  // Only the refusal message of a rival depends on it.
+  (void)!::pwrite(lockFd, &h, sizeof(h), 0);
+}
+
+// Waits briefly for the winner of a race to record itself, and names it.
+std::string lockHolder(int lockFd) {
+  for (int tries = 0; tries < 100; ++tries) {
+    LockHolder h{};
+    if (::pread(lockFd, &h, sizeof(h), 0) == static_cast<ssize_t>(sizeof(h)) && h.pid != 0 &&
+        h.startTime != 0 && processStartTime(h.pid) == h.startTime && byteLocked(lockFd, 0)) {
+      return fmt::format("pid {}", h.pid);
+    }
+    ::usleep(1000);
+  }
+  return "a live process whose pid could not be determined";
+}
 
 }  // namespace
 
@@ -33,22 +82,22 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableShape
                 EINVAL);
   }
   if (shape_.fixedPayload) shape_.maxPayload = shape_.fixedPayload;
+  if (shape_.maxPayload > kMaxRecord) {
+    throw Error(fmt::format("{}: records up to {} bytes exceed the largest a table holds, {}",
+                            paths_.table, shape_.maxPayload, kMaxRecord),
+                EINVAL);
+  }
   if (shape_.allocatorName.empty()) shape_.allocatorName = shape_.typeName;
   makeDirs(dir, perms);
   try {
     lockFd_ = openOwnedFile(paths_.lock, true, perms);
     if (!tryLockByte(lockFd_, 0)) {
-      uint32_t pid = 0;
-      try {
-        int fd = openExistingFile(paths_.table, false);
-        FileHeader h{};
-        if (::pread(fd, &h, sizeof(h), 0) == static_cast<ssize_t>(sizeof(h))) pid = h.writerPid;
-        ::close(fd);
-      } catch (Error const&) {
-        // The holder has not created the table yet; no pid to name.
-      }
-      throw Error(fmt::format("table {} already has a writer (pid {})", paths_.table, pid), EBUSY);
+      throw Error(
+          fmt::format("table {} already has a writer ({})", paths_.table, lockHolder(lockFd_)),
+          EBUSY);
     }
+    holderIs(lockFd_, static_cast<uint32_t>(::getpid()));
+    holdsLock_ = true;
     bool created = false;
     fd_ = openOwnedFile(paths_.table, true, perms, &created);
     FileHeader existing{};
@@ -81,7 +130,10 @@ Writer::Writer(std::string const& dir, std::string const& collection, TableShape
   } catch (...) {
     map_.unmap();
     if (fd_ >= 0) ::close(fd_);
-    if (lockFd_ >= 0) ::close(lockFd_);
+    if (lockFd_ >= 0) {
+      if (holdsLock_) holderIs(lockFd_, 0);
+      ::close(lockFd_);
+    }
     throw;
   }
 }
@@ -90,7 +142,9 @@ Writer::~Writer() {
   map_.unmap();
   if (wakeSocket_ >= 0) ::close(wakeSocket_);
   if (fd_ >= 0) ::close(fd_);
-  if (lockFd_ >= 0) ::close(lockFd_);  // drops the writer lock
+  // This process may live on: a rival must not name it once the lock is gone.
+  holderIs(lockFd_, 0);
+  ::close(lockFd_);  // drops the writer lock
 }
 
 void Writer::create(TableShape const& shape) {
@@ -182,6 +236,10 @@ void Writer::recover() {
     if (s->slotSize < sizeof(SlotHeader) || s->slotSize % 8 != 0 || off + s->slotSize > heapEnd) {
       throw corrupt(off, "slot size");
     }
+    // Freed slots keep the version of their last record, so the largest
+    // version in the heap is the largest ever given: versions never repeat,
+    // and a reader's "version differs" means "record changed".
+    version_ = std::max(version_, s->version);
     uint64_t bit = (off - heapOffset) / 8;
     bool isReferenced = (referenced[bit / 64] >> (bit % 64)) & 1;
     if (s->state == kSlotIndex) {
@@ -192,7 +250,6 @@ void Writer::recover() {
       storeRelaxed(s->state, uint16_t{kSlotLive});
       ++live;
       bytes += s->slotSize;
-      version_ = std::max(version_, s->version);
     } else if (s->state != kSlotFree || (s->seq & 1)) {
       // Left by a write or a free that the previous writer did not finish.
       storeRelaxed(s->state, uint16_t{kSlotFree});
@@ -269,17 +326,25 @@ uint64_t Writer::beginWrite(void const* key, uint32_t hash, uint32_t len) {
 
 void Writer::commitWrite(void const* key, uint32_t hash, uint64_t slot) {
   SlotHeader* s = slotAt(slot);
-  storeRelaxed(s->state, uint16_t{kSlotLive});
-  storeRelease(s->seq, s->seq + 1);
   uint32_t cls = classes_.classOf(s->slotSize);
   uint64_t bucket = findBucket(key, hash);
   uint64_t old = 0;
   if (bucket == 0) {
-    maybeGrowIndex();
+    try {
+      maybeGrowIndex();
+    } catch (...) {
+      // No room for a larger index: the slot goes back unpublished, so the
+      // refused write leaves nothing a scan could find.
+      storeRelease(s->seq, s->seq + 1);
+      free_[cls].push_back(slot);
+      throw;
+    }
     bucket = insertBucket(key, hash);
   } else {
     old = bucketAt(bucket)->word;
   }
+  storeRelaxed(s->state, uint16_t{kSlotLive});
+  storeRelease(s->seq, s->seq + 1);
   uint64_t pos = header()->queueHead;
   publishNotification(key, hash);
   storeRelease(bucketAt(bucket)->word, makeBucketWord(slot, cls, hash));

@@ -90,8 +90,6 @@ class Writer {
 
   // For tests and tools: the offset of the record of `key`, 0 when absent.
   uint64_t slotOffset(void const* key, uint32_t hash) const;
-  // For tests: the raw file mapping.
-  char* mappingBase() const { return map_.base(); }
 
  private:
   FileHeader* header() const { return reinterpret_cast<FileHeader*>(map_.base()); }
@@ -137,6 +135,7 @@ class Writer {
   uint64_t tombstones_ = 0;
   uint64_t version_ = 0;
   bool recovered_ = false;
+  bool holdsLock_ = false;
   ReaderRegistry registry_;
   int wakeSocket_ = -1;
   bool asymmetricFence_ = false;

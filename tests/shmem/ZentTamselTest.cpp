@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <set>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -96,6 +97,30 @@ TEST_F(ZentTamselTest, ValueShadowKeepsLocalCopiesCurrent) {
   ASSERT_TRUE(shadow->entry(TestKey{2}, out));
   EXPECT_EQ(out.payload, "two");
   EXPECT_EQ(shadow->map().shadowedValues(), 1u);
+}
+
+// A plain reader keeps no key index, yet its table's reactors must hear of
+// every key that may have changed across a writer restart and an overflow.
+TEST_F(ZentTamselTest, PlainReaderRelaysChangedKeysAcrossAWriterRestartAndAnOverflow) {
+  auto w = mountTable(mount, writerInfo());
+  for (uint64_t k = 0; k < 5; ++k) w->entryIs(rec(k, "a"));
+  auto r = mountTable(mount, MountInfo(ZentTamsel::reader()));
+  auto heard = [&](uint64_t from, uint64_t to) {
+    std::set<uint64_t> got(r->notified.begin(), r->notified.end());
+    for (uint64_t k = from; k < to; ++k) {
+      if (!got.count(k)) return false;
+    }
+    return true;
+  };
+  w->entryDel(TestKey{0});  // still queued when its writer goes away
+  w->entryIs(rec(1, "b"));
+  w->tamselUnmount();
+  w = mountTable(mount, writerInfo());
+  w->entryIs(rec(2, "c"));
+  ASSERT_TRUE(dispatchUntil([&] { return heard(0, 3); }, ZentTamsel::dispatchAll));
+  r->notified.clear();
+  for (uint64_t k = 100; k < 400; ++k) w->entryIs(rec(k, "d"));  // laps the queue
+  ASSERT_TRUE(dispatchUntil([&] { return heard(100, 400); }, ZentTamsel::dispatchAll));
 }
 
 TEST_F(ZentTamselTest, KeysResumeFromABookmarkInAStableOrder) {
