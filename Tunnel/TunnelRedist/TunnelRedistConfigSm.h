@@ -12,7 +12,7 @@
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/HashMap2018.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelRedist {
 

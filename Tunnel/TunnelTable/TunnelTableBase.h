@@ -18,9 +18,9 @@
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/TamselMapCore.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelTable {
 

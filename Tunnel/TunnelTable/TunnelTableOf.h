@@ -13,7 +13,7 @@
 #include "Tunnel/TunnelTable/DumpContext.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/ZentTamselMap.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 
 namespace Tunnel::TunnelTable {
 

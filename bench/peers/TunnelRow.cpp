@@ -13,7 +13,7 @@
 
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/Tables.h"
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "bench/peers/LdpRecord.h"
 #include "bench/peers/Peers.h"
 

@@ -17,8 +17,8 @@
 
 #include "Tunnel/LdpTunnelRedistConfigSm/LdpTunnelRedistConfigSm.h"
 #include "Tunnel/TunnelMount/TunnelMount.h"
-#include "Tunnel/shmem/Mount.h"
 #include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 
 using namespace Tunnel::TunnelTable;
 using namespace Tunnel::TunnelRedist;

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tests/TunnelRedist/RedistTestUtil.h"
 
 using namespace RedistTest;

@@ -9,8 +9,8 @@
 
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/Hash.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/ZentTamselMap.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 
 namespace TamselTest {
 

@@ -5,8 +5,8 @@
 
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/Range.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 #include "tests/shmem/ShmTestUtil.h"
 #include "tests/shmem/TestTable.h"
 

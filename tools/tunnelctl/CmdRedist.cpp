@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/JsonText.h"
 #include "tools/tunnelctl/RedistFollower.h"

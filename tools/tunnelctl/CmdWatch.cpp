@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/JsonText.h"
 #include "tools/tunnelctl/KeyReactor.h"

@@ -16,8 +16,8 @@
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/Mount.h"
 #include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"
 

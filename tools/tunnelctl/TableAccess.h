@@ -12,7 +12,7 @@
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Ptr.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace TunnelCtl {
 

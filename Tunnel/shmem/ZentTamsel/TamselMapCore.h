@@ -15,7 +15,7 @@
 #include "Tunnel/shmem/LocalTable.h"
 #include "Tunnel/shmem/Reader.h"
 #include "Tunnel/shmem/Writer.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {
 

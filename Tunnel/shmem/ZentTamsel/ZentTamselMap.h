@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 namespace ZentTamsel {
 

@@ -7,7 +7,7 @@
 
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/String.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {
 

@@ -1,9 +1,9 @@
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 #include <algorithm>
 #include <poll.h>
 
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 namespace ZentTamsel {
 

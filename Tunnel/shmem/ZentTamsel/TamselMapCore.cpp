@@ -1,8 +1,8 @@
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentTamsel {
 

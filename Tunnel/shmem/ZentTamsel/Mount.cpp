@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 
 #include <cstring>
 #include <dirent.h>
@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/MountRegistry.h"
 #include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentTamsel {
 
