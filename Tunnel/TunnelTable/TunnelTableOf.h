@@ -34,10 +34,7 @@ class TunnelTableOf : public Base {
   TunnelTableOf(Zent::String const& name, const char* typeName, uint32_t bound)
       : Base(name), entry_(shape(typeName, bound)), zeroReferences_(*this) {
     this->zeroReferencesNotifieeIs(&zeroReferences_);
-    entry_.entity(
-        std::string(name.view()), this, [this](TunnelId const& k) { this->entryNotify(k); },
-        [this] { this->entryNotifyMountStatus(); },
-        [this](bool q) { this->entryNotifyQuiesced(q); });
+    entry_.entity(std::string(name.view()), this);
   }
 
   // Inserts or replaces the entry under e.tunnelId() and notifies once.
@@ -48,8 +45,7 @@ class TunnelTableOf : public Base {
     } catch (ZentTamsel::CorruptionException const& c) {
       this->corruptionDetected(c.what());
     }
-    this->notify(TunnelTableBase::kEntryId, e.tunnelId());
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(e.tunnelId());
     this->publishCounters();
   }
 
@@ -68,8 +64,7 @@ class TunnelTableOf : public Base {
       this->publishCounters();
       return Entry();
     }
-    this->notify(TunnelTableBase::kEntryId, key);
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(key);
     this->publishCounters();
     return old;
   }
@@ -86,8 +81,7 @@ class TunnelTableOf : public Base {
     } catch (ZentTamsel::CorruptionException const& c) {
       this->corruptionDetected(c.what());
     }
-    this->notify(TunnelTableBase::kEntryId, e->tunnelId());
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(e->tunnelId());
     this->publishCounters();
   }
 
@@ -96,8 +90,8 @@ class TunnelTableOf : public Base {
   bool entry(TunnelId const& key, Entry& out) const { return entry_.lookup(key, out); }
   bool entryHas(TunnelId const& key) const { return entry_.has(key); }
 
-  EntryMap& entryMap() { return entry_; }
   ZentTamsel::TamselMapCore& entryCore() override { return entry_.core(); }
+  ZentTamsel::TamselMapCore const& entryCore() const override { return entry_.core(); }
   uint64_t entryCount() const override { return entry_.size(); }
   std::vector<TunnelId> entryKeys(TunnelId const* bookmark, size_t max) const override {
     return entry_.keys(bookmark, max);
@@ -129,6 +123,15 @@ class TunnelTableOf : public Base {
    private:
     TunnelTableOf& table_;
   };
+
+ protected:
+  void entryShadowRefresh(TunnelId const* key) override {
+    if (key) {
+      entry_.shadowRefresh(*key);
+    } else {
+      entry_.shadowRefreshAll();
+    }
+  }
 
  private:
   static Tamsel::TableShape shape(const char* typeName, uint32_t bound) {

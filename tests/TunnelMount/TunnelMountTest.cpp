@@ -33,7 +33,8 @@ TEST(TunnelMountInfoTest, IdentifiersGiveTheirNamesAndPaths) {
 
 TEST(TunnelMountInfoTest, IdentifierZeroIsAProgrammingError) {
   EXPECT_DEATH(TunnelTableMounter::getMountInfo(TunnelTableIdentifier::invalidTunnelTable),
-               "getMountInfo: assertion failed: 0 && \"Must give a valid TunnelTableIdentifier.\"");
+               "getMountInfo: assertion failed: 0 && \"Must give a valid "
+               "TunnelTableIdentifier.\"");
 }
 
 TEST(TunnelMountInfoTest, MountInfoTextRoundTrips) {
@@ -41,13 +42,18 @@ TEST(TunnelMountInfoTest, MountInfoTextRoundTrips) {
   std::string text = m.stringValue();
   EXPECT_EQ(text,
             "Value('Tunnel::TunnelTable::TunnelTableMountInfo', ** {'tableInfo': "
-            "Value('Tunnel::TunnelTable::TunnelTableInfo', ** {'tableName': 'ldp', 'typeName': "
-            "'Tunnel::TunnelTable::LdpTunnelTable', 'mountPath': 'tunnel/table/ldp'}), "
-            "'writerMountInfo': Value('ZentTamsel::MountInfo', ** {'mountType': writer, "
-            "'collectionInfo': [Value('ZentTamsel::MountInfo::CollectionInfo', ** {'name': "
+            "Value('Tunnel::TunnelTable::TunnelTableInfo', ** {'tableName': 'ldp', "
+            "'typeName': "
+            "'Tunnel::TunnelTable::LdpTunnelTable', 'mountPath': "
+            "'tunnel/table/ldp'}), "
+            "'writerMountInfo': Value('ZentTamsel::MountInfo', ** {'mountType': "
+            "writer, "
+            "'collectionInfo': [Value('ZentTamsel::MountInfo::CollectionInfo', ** "
+            "{'name': "
             "'entry', 'size': 1024})], 'fileMode': 384, 'fileGroup': -1})})");
   EXPECT_EQ(Zent::strepToValue<TunnelTableMountInfo>(Zent::String(text)), m);
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String("/dev/shm/x")));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String("/dev/shm/x"), registry));
   EXPECT_EQ(Zent::strepToValue<TunnelTableMounter>(Zent::String(mounter.stringValue())), mounter);
 }
 
@@ -67,7 +73,8 @@ class NotATableType : public Zent::GenericIf {
 class TunnelMountTest : public ::testing::Test {
  protected:
   StateRoot root;
-  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root.path()))};
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root.path()), registry)};
 };
 
 TEST_F(TunnelMountTest, AMountedEntityThatIsNoTableGivesNull) {

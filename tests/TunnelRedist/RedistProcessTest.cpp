@@ -74,7 +74,8 @@ struct Consumer {
 
 TEST(RedistProcessTest, ConsumerFollowsAProducerAcrossProcessesAndRestarts) {
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   Pipe ready, go, done;
   pid_t producer = TamselTest::forkChild([&] {
     auto ldp = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
@@ -101,7 +102,8 @@ TEST(RedistProcessTest, ConsumerFollowsAProducerAcrossProcessesAndRestarts) {
     go.signal();
     ASSERT_TRUE(done.wait());
     // The producer is done: every change is in the tables already.
-    EXPECT_TRUE(TamselTest::dispatchUntil([&] { return c.matches(); }, ZentTamsel::dispatchAll));
+    EXPECT_TRUE(TamselTest::dispatchUntil([&] { return c.matches(); },
+                                          [&](int ms) { return registry.dispatchAll(ms); }));
     before = configOf(*c.ldpConfig);
   }
   EXPECT_EQ(TamselTest::waitChild(producer), 0);

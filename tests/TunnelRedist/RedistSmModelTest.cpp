@@ -108,7 +108,8 @@ TEST(BgpLuTunnelRedistConfigSmTest, UnchangedEndpointIsANoOp) {
 
 TEST(RedistSmDeathTest, ReaderBoundInputIsRefused) {
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   auto writer = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
   auto info = TunnelTableMounter::getMountInfo(TunnelTableIdentifier::ldpTunnelTable);
   auto reader = Zent::dynamicPtrCast<LdpTunnelTable>(
@@ -116,7 +117,8 @@ TEST(RedistSmDeathTest, ReaderBoundInputIsRefused) {
   ASSERT_TRUE(reader);
   auto sm = ldpTunnelRedistConfigSmFactory(tunnelRedistConfigFactory("r"), reader);
   EXPECT_DEATH(sm->handleInitialized(),
-               "ldpTunnelTable\\(\\)->entryControl\\(\\)->mode\\(\\) != ZentTamsel::reader\\(\\)");
+               "ldpTunnelTable\\(\\)->entryControl\\(\\)->mode\\(\\) != "
+               "ZentTamsel::reader\\(\\)");
   sm = nullptr;
   reader = nullptr;
   writer = nullptr;

@@ -63,7 +63,8 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   probe = nullptr;
 
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   Pipe ready, go;
   auto e1 = bigEntry<Table>(type, 1, 1);
   auto e2 = bigEntry<Table>(type, 2, 2);
@@ -91,8 +92,8 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   auto rec = Zent::Ptr<Recorder>(Zent::newTracked<Recorder>());
   rec->notifierIs(shadow.ptr());
   go.signal();
-  ASSERT_TRUE(
-      TamselTest::dispatchUntil([&] { return rec->keys.size() >= 5; }, ZentTamsel::dispatchAll));
+  ASSERT_TRUE(TamselTest::dispatchUntil([&] { return rec->keys.size() >= 5; },
+                                        [&](int ms) { return registry.dispatchAll(ms); }));
   EXPECT_EQ(TamselTest::waitChild(writer), 0);
   EXPECT_EQ(rec->keys, (std::vector<TunnelId>{e1.tunnelId(), e1.tunnelId(), e2.tunnelId(),
                                               e2.tunnelId(), e1.tunnelId()}));
@@ -116,13 +117,15 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
 
 TEST(TableContractDeathTest, WritingThroughAKeyShadowIsRefusedByTheBinding) {
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   auto writer = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
   auto shadow = Zent::dynamicPtrCast<LdpTunnelTable>(
       mounter.mountKeyshadow(TunnelTableIdentifier::ldpTunnelTable));
   ASSERT_TRUE(shadow);
   EXPECT_DEATH(shadow->entryIs(LdpTunnelTableEntry(TunnelId(1ull << 44))),
-               "safeWrite not allowed at this time, initialized:true keyNotifications:true");
+               "safeWrite not allowed at this time, initialized:true "
+               "keyNotifications:true");
   shadow = nullptr;
   writer = nullptr;
   mounter.unmount(TunnelTableIdentifier::ldpTunnelTable);

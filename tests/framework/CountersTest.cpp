@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Counters.h"
-#include "tests/framework/TestEntity.h"
 
 namespace {
 
@@ -35,16 +34,6 @@ TEST(CountersTest, SetsAreRegisteredForTheirLifetime) {
     EXPECT_TRUE(registered(seen));
   }
   EXPECT_FALSE(registered(seen));
-}
-
-TEST(CountersTest, EveryEntityOwnsASetUnderItsName) {
-  auto root = FrameworkTest::rootFactory("counted root");
-  root->counters().counterIs("entryIs").inc();
-  EXPECT_TRUE(registered(&root->counters()));
-  EXPECT_EQ(root->counters().owner(), "counted root");
-  Zent::CounterSet const* set = &root->counters();
-  root = nullptr;
-  EXPECT_FALSE(registered(set));
 }
 
 }  // namespace

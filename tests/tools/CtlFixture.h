@@ -57,7 +57,8 @@ class CtlFixture : public ::testing::Test {
   RunResult ctl(std::initializer_list<std::string> args) const { return run(withRoot(args)); }
 
   TamselTest::StateRoot root_;
-  TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()))};
+  ZentTamsel::MountRegistry registry_;
+  TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()), registry_)};
   Zent::Ptr<LdpTunnelTable> ldp_;
 };
 

@@ -44,7 +44,7 @@ int runWatch(WatchOptions const& o) {
              table.file().name, o.root, table.table().entryCount(), writer);
   std::fflush(stderr);
   while (!stopRequested()) {
-    if (ZentTamsel::dispatchAll(200) > 0) std::fflush(stdout);
+    if (table.dispatch(200) > 0) std::fflush(stdout);
   }
   reactor->notifierIs(nullptr);
   std::fflush(stdout);

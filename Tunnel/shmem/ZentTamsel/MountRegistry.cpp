@@ -7,9 +7,11 @@
 
 namespace ZentTamsel {
 
-MountRegistry& MountRegistry::instance() {
-  static MountRegistry* r = new MountRegistry;
-  return *r;
+MountRegistry::~MountRegistry() {
+  // Entities released here unmount and leave readers_ while it is intact.
+  auto mounted = std::move(mounted_);
+  mounted.clear();
+  for (auto* c : readers_) c->registryGone();
 }
 
 void MountRegistry::readerIs(TamselMapCore* core, bool present) {
