@@ -8,6 +8,7 @@
 
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "Tunnel/TunnelTable/DumpContext.h"
@@ -150,6 +151,24 @@ class TunnelTableOf : public Base {
   EntryMap entry_;
   ZeroReferencesNotifiee zeroReferences_;
 };
+
+// The base a table class of `Entry` derives from: the shared operations,
+// unless the table needs more (interface tunnels, EVPN identifiers).
+template <typename Entry>
+struct TableBaseFor {
+  using type = TunnelTableOf<Entry>;
+};
+
+// Whether a collection bound of `bound` takes every record of `Entry`; 0
+// stands for entries stored as a plain copy.
+template <typename Entry>
+constexpr bool boundHoldsEntry(uint32_t bound) {
+  if constexpr (requires { Entry::kMaxSerializedLen; }) {
+    return bound != 0 && Entry::kMaxSerializedLen <= bound;
+  } else {
+    return bound == 0 && std::is_trivially_copyable_v<Entry>;
+  }
+}
 
 // The registry entry of a table type: created by name (for the mount
 // service), with its collections readable by attribute identifier.
