@@ -18,21 +18,16 @@ struct BgpLuTunnelRedistTraits {
   static constexpr bool kNoOpOnSameEndpoint = true;
 };
 
+extern template class TunnelRedistConfigSm<BgpLuTunnelRedistTraits>;
+
 class BgpLuTunnelRedistConfigSm : public TunnelRedistConfigSm<BgpLuTunnelRedistTraits> {
  public:
   using TunnelRedistConfigSm::TunnelRedistConfigSm;
   Zent::Ptr<TunnelTable::BgpLuTunnelTable const> const& luTunnelTable() const { return table(); }
 };
 
-inline Zent::Ptr<BgpLuTunnelRedistConfigSm> bgpLuTunnelRedistConfigSmFactory(
+Zent::Ptr<BgpLuTunnelRedistConfigSm> bgpLuTunnelRedistConfigSmFactory(
     Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::BgpLuTunnelTable const> const& table) {
-  return newTunnelRedistConfigSm<BgpLuTunnelRedistConfigSm>(config, table);
-}
-inline Zent::Ptr<BgpLuTunnelRedistConfigSm> BgpLuTunnelRedistConfigSmIs(
-    Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::BgpLuTunnelTable const> const& table) {
-  return bgpLuTunnelRedistConfigSmFactory(config, table);
-}
+    Zent::Ptr<TunnelTable::BgpLuTunnelTable const> const& table);
 
 }  // namespace Tunnel::TunnelRedist

@@ -18,6 +18,8 @@ struct IsisSrTunnelRedistTraits {
   static constexpr bool kNoOpOnSameEndpoint = false;
 };
 
+extern template class TunnelRedistConfigSm<IsisSrTunnelRedistTraits>;
+
 class IsisSrTunnelRedistConfigSm : public TunnelRedistConfigSm<IsisSrTunnelRedistTraits> {
  public:
   using TunnelRedistConfigSm::TunnelRedistConfigSm;
@@ -26,15 +28,8 @@ class IsisSrTunnelRedistConfigSm : public TunnelRedistConfigSm<IsisSrTunnelRedis
   }
 };
 
-inline Zent::Ptr<IsisSrTunnelRedistConfigSm> isisSrTunnelRedistConfigSmFactory(
+Zent::Ptr<IsisSrTunnelRedistConfigSm> isisSrTunnelRedistConfigSmFactory(
     Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::IsisSrTunnelTable const> const& table) {
-  return newTunnelRedistConfigSm<IsisSrTunnelRedistConfigSm>(config, table);
-}
-inline Zent::Ptr<IsisSrTunnelRedistConfigSm> IsisSrTunnelRedistConfigSmIs(
-    Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::IsisSrTunnelTable const> const& table) {
-  return isisSrTunnelRedistConfigSmFactory(config, table);
-}
+    Zent::Ptr<TunnelTable::IsisSrTunnelTable const> const& table);
 
 }  // namespace Tunnel::TunnelRedist

@@ -18,21 +18,16 @@ struct LdpTunnelRedistTraits {
   static constexpr bool kNoOpOnSameEndpoint = false;
 };
 
+extern template class TunnelRedistConfigSm<LdpTunnelRedistTraits>;
+
 class LdpTunnelRedistConfigSm : public TunnelRedistConfigSm<LdpTunnelRedistTraits> {
  public:
   using TunnelRedistConfigSm::TunnelRedistConfigSm;
   Zent::Ptr<TunnelTable::LdpTunnelTable const> const& ldpTunnelTable() const { return table(); }
 };
 
-inline Zent::Ptr<LdpTunnelRedistConfigSm> ldpTunnelRedistConfigSmFactory(
+Zent::Ptr<LdpTunnelRedistConfigSm> ldpTunnelRedistConfigSmFactory(
     Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::LdpTunnelTable const> const& table) {
-  return newTunnelRedistConfigSm<LdpTunnelRedistConfigSm>(config, table);
-}
-inline Zent::Ptr<LdpTunnelRedistConfigSm> LdpTunnelRedistConfigSmIs(
-    Zent::Ptr<TunnelRedistConfig> const& config,
-    Zent::Ptr<TunnelTable::LdpTunnelTable const> const& table) {
-  return ldpTunnelRedistConfigSmFactory(config, table);
-}
+    Zent::Ptr<TunnelTable::LdpTunnelTable const> const& table);
 
 }  // namespace Tunnel::TunnelRedist

@@ -11,36 +11,34 @@ namespace Tunnel::TunnelTable {
 namespace {
 
 struct TableNames {
-  const char* typeName;
-  const char* tableName;
+  const char* typeName = "";
+  const char* tableName = "";
 };
 
 // The names are the interface between processes: kept exactly as they are
-// ("sr", not "isisSr").
-constexpr std::array<TableNames, 22> kTables = {{
-    {"", ""},
-    {"Tunnel::TunnelTable::BgpLuTunnelTable", "bgpLu"},
-    {"Tunnel::TunnelTable::BgpLuPushTunnelTable", "bgpLuPush"},
-    {"Tunnel::TunnelTable::LdpTunnelTable", "ldp"},
-    {"Tunnel::TunnelTable::RsvpFrrTunnelTable", "rsvpFrr"},
-    {"Tunnel::TunnelTable::RsvpLerSubTunnelTable", "rsvpLerSub"},
-    {"Tunnel::TunnelTable::RsvpLerTunnelTable", "rsvpLer"},
-    {"Tunnel::TunnelTable::IsisSrTunnelTable", "sr"},
-    {"Tunnel::TunnelTable::OspfSrTunnelTable", "ospfSr"},
-    {"Tunnel::TunnelTable::StaticTunnelTable", "static"},
-    {"Tunnel::TunnelTable::NexthopGroupTunnelTable", "nexthopGroup"},
-    {"Tunnel::TunnelTable::SrTeSegmentListTunnelTable", "srTeSegmentList"},
-    {"Tunnel::TunnelTable::GreIntfTunnelTable", "greTunnelInterface"},
-    {"Tunnel::TunnelTable::IpsecVtiIntfTunnelTable", "ipsecVtiTunnelInterface"},
-    {"Tunnel::TunnelTable::IpsecGreIntfTunnelTable", "ipsecGreTunnelInterface"},
-    {"Tunnel::TunnelTable::EvpnVxlanTunnelTable", "evpnVxlan"},
-    {"Tunnel::TunnelTable::TiLfaTunnelTable", "tiLfa"},
-    {"Tunnel::TunnelTable::SrTePolicyTunnelTable", "srTePolicy"},
-    {"Tunnel::TunnelTable::ZorbSdkSbfdSessionTunnelTable", "zorbSdkSbfd"},
-    {"Tunnel::TunnelTable::IsisFlexAlgoTunnelTable", "isisFlexAlgoTunnel"},
-    {"Tunnel::TunnelTable::MldpTunnelTable", "mldpTunnel"},
-    {"Tunnel::TunnelTable::StaticMcastTunnelTable", "staticMcast"},
-}};
+// ("sr", not "isisSr"). Unbuilt tables are named already.
+constexpr std::array<TableNames, kMaxTunnelTableIdentifier + 1> kTables = [] {
+  std::array<TableNames, kMaxTunnelTableIdentifier + 1> t{};
+#define TUNNEL_TABLE_NAMES(Class, factory, tunnelType, identifier, mountName, bound, Entry)    \
+  t[static_cast<size_t>(TunnelTableIdentifier::identifier)] = {"Tunnel::TunnelTable::" #Class, \
+                                                               mountName};
+#define TUNNEL_TABLE_UNBUILT_NAMES(Class, identifier, mountName)                               \
+  t[static_cast<size_t>(TunnelTableIdentifier::identifier)] = {"Tunnel::TunnelTable::" #Class, \
+                                                               mountName};
+  TUNNEL_TABLES(TUNNEL_TABLE_NAMES)
+  TUNNEL_TABLES_UNBUILT(TUNNEL_TABLE_UNBUILT_NAMES)
+#undef TUNNEL_TABLE_NAMES
+#undef TUNNEL_TABLE_UNBUILT_NAMES
+  return t;
+}();
+
+// Every identifier but 0 has its row.
+static_assert([] {
+  for (size_t i = 1; i < kTables.size(); ++i) {
+    if (kTables[i].tableName[0] == '\0') return false;
+  }
+  return true;
+}());
 
 std::string_view textOf(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {
   return std::string_view(it.ptr(), static_cast<size_t>(end - it));

@@ -10,8 +10,8 @@
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/TunnelTable/TunnelTableIdentifier.h"
 #include "Tunnel/framework/String.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelTable {
 

@@ -12,7 +12,7 @@
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/HashMap2018.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelRedist {
 
@@ -30,6 +30,8 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
   using Table = typename Traits::Table;
   using Entry = typename Traits::Entry;
   using TidToTepMap = Zent::HashMap2018<TunnelId, TunnelIdToEndPoint>;
+  // Whether members carry the input entry's IGP metric (else 0).
+  static constexpr bool kCarriesIgpMetric = Traits::kIgpMetric;
 
   TunnelRedistConfigSm(Zent::Ptr<TunnelRedistConfig> config, Zent::Ptr<Table const> table)
       : config_(std::move(config)), table_(std::move(table)) {
@@ -45,9 +47,6 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
 
   TunnelIdToEndPoint tidToTep(TunnelId const& id) const { return tidToTep_.lookup(id); }
   TidToTepMap const& tidToTeps() const { return tidToTep_; }
-  void tidToTepIs(TunnelIdToEndPoint const& v) { tidToTep_.memberIs(v.tunnelId(), v); }
-  void tidToTepDel(TunnelId const& id) { tidToTep_.deleteMember(id); }
-  void tidToTepDelAll() { tidToTep_.clear(); }
 
   void handleInitialized() {
     fmtrace(8, "{}", sig("handleInitialized()"));
@@ -80,7 +79,7 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
     bool present = table_->entry(id, e) && static_cast<bool>(e);
     if (!present) {
       TunnelIdToEndPoint old = tidToTep_.lookup(id);
-      tidToTepDel(id);
+      tidToTep_.deleteMember(id);
       delTunnelRedistConfig(old.tep(), id);
       return;
     }
@@ -100,12 +99,23 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
         Vorn::IpGenPrefix oldTep = old->tep();
         delTunnelRedistConfig(oldTep, id);
       }
-      tidToTepIs(TunnelIdToEndPoint(id, tep));
+      tidToTep_.memberIs(id, TunnelIdToEndPoint(id, tep));
     }
     if constexpr (Traits::kIgpMetric) {
-      addOrUpdateTunnelRedistConfig(tep, TunnelInfo(id, e.igpMetric()));
+      addOrUpdateTunnelRedistConfig(tep, TunnelInfo(id, memberMetric(e)));
     } else {
       addTunnelRedistConfig(tep, id);
+    }
+  }
+
+  // The metric of the member a present entry of the input table gives: the
+  // entry's IGP metric when the protocol carries one, else 0. Tools and
+  // tests that recompute a configuration ask here.
+  static uint32_t memberMetric(Entry const& e) {
+    if constexpr (Traits::kIgpMetric) {
+      return e.igpMetric();
+    } else {
+      return 0;
     }
   }
 

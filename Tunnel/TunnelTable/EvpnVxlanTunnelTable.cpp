@@ -6,23 +6,17 @@
 
 namespace Tunnel::TunnelTable {
 
-EvpnVxlanTunnelTable::EvpnVxlanTunnelTable(Zent::String const& name)
-    : TunnelTableOf(name, kTypeName, 0) {
-  tableTypeIs(evpnVxlanTunnel);
-  tunnelTableIdIs(TunnelTableIdentifier::evpnVxlanTunnelTable);
-}
-
-TunnelId EvpnVxlanTunnelTable::newTunnelId() {
+TunnelId EvpnVxlanTunnelTableBase::newTunnelId() {
   fmassert(lastAllocatedId() < maxId() && "Reached maximum number of IDs.");
   lastAllocatedIdIs(lastAllocatedId() + 1);
   return TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, lastAllocatedId()));
 }
 
-std::string EvpnVxlanTunnelTable::tunKernelIntfName(TunnelId const& id) {
+std::string EvpnVxlanTunnelTableBase::tunKernelIntfName(TunnelId const& id) {
   return fmt::format("t0x{:x}", id.tunnelIndex());
 }
 
-TunnelId EvpnVxlanTunnelTable::tunKernelIntfTunnelId(std::string_view name) {
+TunnelId EvpnVxlanTunnelTableBase::tunKernelIntfTunnelId(std::string_view name) {
   if (name.size() < 4 || name.size() > 14 || name.substr(0, 3) != "t0x") return TunnelId();
   uint64_t index = 0;
   for (char c : name.substr(3)) {
@@ -34,17 +28,9 @@ TunnelId EvpnVxlanTunnelTable::tunKernelIntfTunnelId(std::string_view name) {
   return TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, index));
 }
 
-bool EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId const& intf) {
+bool EvpnVxlanTunnelTableBase::isValidEvpnIntf(Vorn::IntfId const& intf) {
   TunnelId id = tunnelIdOfIntf(intf);
   return id.value() != 0 && id.tunnelType() == evpnVxlanTunnel;
-}
-
-Zent::GenericIf const* EvpnVxlanTunnelTable::entryType() const {
-  return Zent::type("Tunnel::TunnelTable::EvpnVxlanTunnelEntry");
-}
-
-Zent::Ptr<EvpnVxlanTunnelTable> evpnVxlanTunnelTableFactory(Zent::String const& name) {
-  return Zent::newEntity<EvpnVxlanTunnelTable>(name);
 }
 
 }  // namespace Tunnel::TunnelTable

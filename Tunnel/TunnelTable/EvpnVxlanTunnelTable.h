@@ -1,6 +1,8 @@
 #pragma once
-// The EVPN VXLAN tunnel table: fixed-size entries, identifiers it allocates
-// itself, and the kernel interface names of its tunnels ("t0x<index>").
+// What the EVPN VXLAN tunnel table has beyond the shared operations:
+// fixed-size entries, identifiers it allocates itself, and the kernel
+// interface names of its tunnels ("t0x<index>"). The class itself is
+// declared with the other tables (Tables.h).
 
 #include <string>
 #include <string_view>
@@ -11,15 +13,14 @@
 
 namespace Tunnel::TunnelTable {
 
-class EvpnVxlanTunnelTable
+class EvpnVxlanTunnelTableBase
     : public TunnelTableOf<EvpnVxlanTunnelEntry, TunnelTableBase,
                            ZentTamsel::FixedMarshaller<EvpnVxlanTunnelEntry>> {
  public:
-  static constexpr const char* kTypeName = "Tunnel::TunnelTable::EvpnVxlanTunnelTable";
   static constexpr Zent::AttributeId kLastAllocatedIdId = 388;
   static constexpr uint32_t maxId() { return 4294967295u; }
 
-  explicit EvpnVxlanTunnelTable(Zent::String const& name);
+  using TunnelTableOf::TunnelTableOf;
 
   uint32_t lastAllocatedId() const { return lastAllocatedId_; }
   void lastAllocatedIdIs(uint32_t v) { attributeIs(lastAllocatedId_, v, kLastAllocatedIdId); }
@@ -36,14 +37,13 @@ class EvpnVxlanTunnelTable
   // Whether `intf` stands for an EVPN VXLAN tunnel.
   static bool isValidEvpnIntf(Vorn::IntfId const& intf);
 
-  Zent::GenericIf const* entryType() const override;
-
  private:
   uint32_t lastAllocatedId_ = 0;
 };
 
-using EvpnVxlanTunnelTableZeroReferencesNotifiee = EvpnVxlanTunnelTable::ZeroReferencesNotifiee;
-
-Zent::Ptr<EvpnVxlanTunnelTable> evpnVxlanTunnelTableFactory(Zent::String const& name);
+template <>
+struct TableBaseFor<EvpnVxlanTunnelEntry> {
+  using type = EvpnVxlanTunnelTableBase;
+};
 
 }  // namespace Tunnel::TunnelTable

@@ -9,7 +9,7 @@ TunnelId L3IntfTunnelTableBase::newTunnelId(Vorn::IntfId const& intf) {
 }
 
 Vorn::IntfId L3IntfTunnelTableBase::tunnelIntfId(TunnelId const& tunnelId) {
-  fmassert(tunnelId.tunnelType() == staticInterfaceTunnel_);
+  fmassert(tunnelId.tunnelType() == staticInterfaceTunnel);
   fmassert(tunnelId.tunnelIndex() <= Zent::maxU16());
   return Vorn::IntfId::tunnel(static_cast<uint32_t>(tunnelId.tunnelIndex()));
 }

@@ -17,8 +17,6 @@ class L3IntfTunnelTableBase : public TunnelTableBase {
   // The tunnel interface of an interface tunnel. Asserts that the type is
   // staticInterfaceTunnel and the index fits a port.
   static Vorn::IntfId tunnelIntfId(TunnelId const& tunnelId);
-
-  static constexpr TunnelType staticInterfaceTunnel_ = staticInterfaceTunnel;
 };
 
 }  // namespace Tunnel::TunnelTable

@@ -1,12 +1,15 @@
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 
+#include <cstring>
+
 namespace Tunnel::TunnelTable {
 
 TunnelTableBase::TunnelTableBase(Zent::String const& name)
     : Entity(name),
-      entryIsCounter_(counters().counterIs("entryIs")),
-      entryDelCounter_(counters().counterIs("entryDel")),
-      entryNotifyCounter_(counters().counterIs("entryNotify")),
+      counters_(name.stringValue()),
+      entryIsCounter_(counters_.counterIs("entryIs")),
+      entryDelCounter_(counters_.counterIs("entryDel")),
+      entryNotifyCounter_(counters_.counterIs("entryNotify")),
       entryControl_(ZentTamsel::collectionControlFactory(name)) {}
 
 TunnelTableBase::~TunnelTableBase() = default;
@@ -17,29 +20,38 @@ void TunnelTableBase::entryControlIs(Zent::Ptr<ZentTamsel::CollectionControl> co
   notify(kEntryControlId);
 }
 
-void TunnelTableBase::entryNotify(TunnelId const& key) {
-  entryNotifyCounter_.inc();
-  notify(kEntryId, key);
+void TunnelTableBase::keyChanged(void const* key) {
+  TunnelId k;
+  std::memcpy(static_cast<void*>(&k), key, sizeof k);
+  if (entryCore().mode() == ZentTamsel::MountType::valueShadow) entryShadowRefresh(&k);
+  entryNotify(k);
 }
 
-void TunnelTableBase::entryNotifyMountStatus() {
+void TunnelTableBase::resynchronised(bool overflow) {
+  fmtrace(5, "{} resynchronised overflow:{}", name().view(), overflow);
+  entryShadowRefresh(nullptr);
+}
+
+void TunnelTableBase::mountStatusChanged() {
   auto const& core = entryCore();
   fmtrace(5, "mountStatus {} {}", core.mountDir(), ZentTamsel::stringValue(core.mountStatus()));
+  entryShadowRefresh(nullptr);
   if (entryControl_) {
     entryControl_->modeIs(core.mode());
     entryControl_->mountStatusIs(core.mountStatus());
   }
 }
 
-void TunnelTableBase::entryNotifyQuiesced(bool quiesced) {
+void TunnelTableBase::quiescedChanged(bool quiesced) {
   if (entryControl_) entryControl_->quiescedIs(quiesced);
 }
 
-void TunnelTableBase::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info) {
+void TunnelTableBase::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
+                                  ZentTamsel::MountRegistry& registry) {
   Tamsel::FilePermissions perms;
   perms.mode = info.fileMode();
   if (info.fileGroup() >= 0) perms.group = static_cast<gid_t>(info.fileGroup());
-  entryCore().mount(dir, "entry", info.mountType(), perms);
+  entryCore().mount(dir, "entry", info.mountType(), perms, registry);
 }
 
 void TunnelTableBase::tamselUnmount() { entryCore().unmount(); }

@@ -18,13 +18,15 @@
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/TamselMapCore.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelTable {
 
-class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
+class TunnelTableBase : public Zent::Entity,
+                        public ZentTamsel::Mountable,
+                        public ZentTamsel::CollectionListener {
  public:
   static constexpr Zent::AttributeId kTableTypeId = 384;
   static constexpr Zent::AttributeId kTunnelTableIdId = 385;
@@ -44,11 +46,16 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
   Zent::Ptr<ZentTamsel::CollectionControl> const& entryControl() const { return entryControl_; }
   void entryControlIs(Zent::Ptr<ZentTamsel::CollectionControl> const& c);
 
-  // Notifications the binding delivers: a key changed (readers relay it to
-  // the table's reactors), the mount status changed, quiescence changed.
-  void entryNotify(TunnelId const& key);
-  void entryNotifyMountStatus();
-  void entryNotifyQuiesced(bool quiesced);
+  // What the binding delivers: a key changed (relayed to the table's
+  // reactors), the reader resynchronised, the mount status or quiescence
+  // changed.
+  void keyChanged(void const* key) final;
+  void resynchronised(bool overflow) final;
+  void mountStatusChanged() final;
+  void quiescedChanged(bool quiesced) final;
+
+  // The table's own counters, listed with the process's named counters.
+  Zent::CounterSet const& counters() const { return counters_; }
 
   // The collection without its entry type, for tools and the type registry.
   virtual Zent::GenericIf const* entryType() const = 0;
@@ -61,11 +68,10 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
   // The entry's indented dump lines (indent 2); empty when absent.
   virtual std::string entryDumpText(TunnelId const& key) const = 0;
   virtual ZentTamsel::TamselMapCore& entryCore() = 0;
-  ZentTamsel::TamselMapCore const& entryCore() const {
-    return const_cast<TunnelTableBase*>(this)->entryCore();
-  }
+  virtual ZentTamsel::TamselMapCore const& entryCore() const = 0;
 
-  void tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info) override;
+  void tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
+                   ZentTamsel::MountRegistry& registry) override;
   void tamselUnmount() override;
 
   class NotifieeConst : public Zent::PtrInterface::NotifieeConst {
@@ -79,6 +85,14 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
 
  protected:
   void handleParent() override;
+  // Announces a change of `key` to the reactors.
+  void entryNotify(TunnelId const& key) {
+    entryNotifyCounter_.inc();
+    notify(kEntryId, key);
+  }
+  // A value shadow refreshes its copy of `key`'s entry (every entry when
+  // null) before the reactors hear of it.
+  virtual void entryShadowRefresh(TunnelId const* key) = 0;
   // Reports a corrupt record met by a mutator and stops the process: a table
   // whose shared memory is corrupt is never written further.
   [[noreturn]] void corruptionDetected(std::string const& message);
@@ -92,6 +106,7 @@ class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
     }
   }
 
+  Zent::CounterSet counters_;
   Zent::Counter& entryIsCounter_;
   Zent::Counter& entryDelCounter_;
   Zent::Counter& entryNotifyCounter_;

@@ -1,44 +1,32 @@
 #include "Tunnel/TunnelTable/TunnelTableIdentifier.h"
 
-#include <array>
+#include "Tunnel/TunnelTable/TableList.h"
 
 namespace Tunnel::TunnelTable {
-namespace {
-constexpr std::array<std::string_view, 22> kNames = {
-    "invalidTunnelTable",
-    "bgpLuTunnelTable",
-    "bgpLuPushTunnelTable",
-    "ldpTunnelTable",
-    "rsvpFrrTunnelTable",
-    "rsvpLerSubTunnelTable",
-    "rsvpLerTunnelTable",
-    "isisSrTunnelTable",
-    "ospfSrTunnelTable",
-    "staticTunnelTable",
-    "nexthopGroupTunnelTable",
-    "srTeSegmentListTunnelTable",
-    "greIntfTunnelTable",
-    "ipsecVtiIntfTunnelTable",
-    "ipsecGreIntfTunnelTable",
-    "evpnVxlanTunnelTable",
-    "tiLfaTunnelTable",
-    "srTePolicyTunnelTable",
-    "zorbSdkSbfdSessionTunnelTable",
-    "isisFlexAlgoTunnelTable",
-    "mldpTunnelTable",
-    "staticMcastTunnelTable",
-};
-}  // namespace
 
 std::string_view stringValue(TunnelTableIdentifier id) {
-  auto i = static_cast<size_t>(id);
-  return i < kNames.size() ? kNames[i] : "unknownTunnelTable";
+  switch (id) {
+    case TunnelTableIdentifier::invalidTunnelTable:
+      return "invalidTunnelTable";
+#define TUNNEL_TABLE_ID_NAME(Class, factory, tunnelType, identifier, ...) \
+  case TunnelTableIdentifier::identifier:                                 \
+    return #identifier;
+#define TUNNEL_TABLE_UNBUILT_ID_NAME(Class, identifier, mountName) \
+  case TunnelTableIdentifier::identifier:                          \
+    return #identifier;
+      TUNNEL_TABLES(TUNNEL_TABLE_ID_NAME)
+      TUNNEL_TABLES_UNBUILT(TUNNEL_TABLE_UNBUILT_ID_NAME)
+#undef TUNNEL_TABLE_ID_NAME
+#undef TUNNEL_TABLE_UNBUILT_ID_NAME
+  }
+  return "unknownTunnelTable";
 }
 
 bool sequenceToValue(std::string_view text, TunnelTableIdentifier& id) {
-  for (size_t i = 0; i < kNames.size(); ++i) {
-    if (kNames[i] == text) {
-      id = static_cast<TunnelTableIdentifier>(i);
+  for (uint8_t i = 0; i <= kMaxTunnelTableIdentifier; ++i) {
+    auto candidate = static_cast<TunnelTableIdentifier>(i);
+    if (stringValue(candidate) == text) {
+      id = candidate;
       return true;
     }
   }

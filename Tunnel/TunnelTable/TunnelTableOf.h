@@ -8,12 +8,13 @@
 
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "Tunnel/TunnelTable/DumpContext.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/ZentTamselMap.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 
 namespace Tunnel::TunnelTable {
 
@@ -34,10 +35,7 @@ class TunnelTableOf : public Base {
   TunnelTableOf(Zent::String const& name, const char* typeName, uint32_t bound)
       : Base(name), entry_(shape(typeName, bound)), zeroReferences_(*this) {
     this->zeroReferencesNotifieeIs(&zeroReferences_);
-    entry_.entity(
-        std::string(name.view()), this, [this](TunnelId const& k) { this->entryNotify(k); },
-        [this] { this->entryNotifyMountStatus(); },
-        [this](bool q) { this->entryNotifyQuiesced(q); });
+    entry_.entity(std::string(name.view()), this);
   }
 
   // Inserts or replaces the entry under e.tunnelId() and notifies once.
@@ -48,8 +46,7 @@ class TunnelTableOf : public Base {
     } catch (ZentTamsel::CorruptionException const& c) {
       this->corruptionDetected(c.what());
     }
-    this->notify(TunnelTableBase::kEntryId, e.tunnelId());
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(e.tunnelId());
     this->publishCounters();
   }
 
@@ -68,8 +65,7 @@ class TunnelTableOf : public Base {
       this->publishCounters();
       return Entry();
     }
-    this->notify(TunnelTableBase::kEntryId, key);
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(key);
     this->publishCounters();
     return old;
   }
@@ -86,8 +82,7 @@ class TunnelTableOf : public Base {
     } catch (ZentTamsel::CorruptionException const& c) {
       this->corruptionDetected(c.what());
     }
-    this->notify(TunnelTableBase::kEntryId, e->tunnelId());
-    this->entryNotifyCounter_.inc();
+    this->entryNotify(e->tunnelId());
     this->publishCounters();
   }
 
@@ -96,8 +91,8 @@ class TunnelTableOf : public Base {
   bool entry(TunnelId const& key, Entry& out) const { return entry_.lookup(key, out); }
   bool entryHas(TunnelId const& key) const { return entry_.has(key); }
 
-  EntryMap& entryMap() { return entry_; }
   ZentTamsel::TamselMapCore& entryCore() override { return entry_.core(); }
+  ZentTamsel::TamselMapCore const& entryCore() const override { return entry_.core(); }
   uint64_t entryCount() const override { return entry_.size(); }
   std::vector<TunnelId> entryKeys(TunnelId const* bookmark, size_t max) const override {
     return entry_.keys(bookmark, max);
@@ -130,6 +125,15 @@ class TunnelTableOf : public Base {
     TunnelTableOf& table_;
   };
 
+ protected:
+  void entryShadowRefresh(TunnelId const* key) override {
+    if (key) {
+      entry_.shadowRefresh(*key);
+    } else {
+      entry_.shadowRefreshAll();
+    }
+  }
+
  private:
   static Tamsel::TableShape shape(const char* typeName, uint32_t bound) {
     Tamsel::TableShape s;
@@ -147,6 +151,24 @@ class TunnelTableOf : public Base {
   EntryMap entry_;
   ZeroReferencesNotifiee zeroReferences_;
 };
+
+// The base a table class of `Entry` derives from: the shared operations,
+// unless the table needs more (interface tunnels, EVPN identifiers).
+template <typename Entry>
+struct TableBaseFor {
+  using type = TunnelTableOf<Entry>;
+};
+
+// Whether a collection bound of `bound` takes every record of `Entry`; 0
+// stands for entries stored as a plain copy.
+template <typename Entry>
+constexpr bool boundHoldsEntry(uint32_t bound) {
+  if constexpr (requires { Entry::kMaxSerializedLen; }) {
+    return bound != 0 && Entry::kMaxSerializedLen <= bound;
+  } else {
+    return bound == 0 && std::is_trivially_copyable_v<Entry>;
+  }
+}
 
 // The registry entry of a table type: created by name (for the mount
 // service), with its collections readable by attribute identifier.

@@ -1,7 +1,7 @@
 #pragma once
-// Named unsigned 64-bit counters. Each entity owns a CounterSet registered
-// with the process's counter service under the entity's name, so diagnostics
-// can list every counter of the process.
+// Named unsigned 64-bit counters. An object that counts (a tunnel table) owns
+// a CounterSet registered with the process's counter service under its name,
+// so diagnostics can list every counter of the process.
 
 #include <cstdint>
 #include <deque>

@@ -38,7 +38,7 @@ void NotifieeList::visit(AttributeId id, KeyRef const& key) const {
   }
 }
 
-Entity::Entity(String name) : name_(name), counters_(name.stringValue()) {}
+Entity::Entity(String name) : name_(std::move(name)) {}
 
 Entity::~Entity() = default;
 

@@ -8,10 +8,8 @@
 
 #include <concepts>
 #include <cstdint>
-#include <typeinfo>
 #include <vector>
 
-#include "Tunnel/framework/Counters.h"
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/Ptr.h"
 #include "Tunnel/framework/String.h"
@@ -23,25 +21,25 @@ class Entity;
 class GenericIf;
 
 // The key of the collection member that changed, without its type in the
-// signature. `as<K>()` checks the type: a reactor reading the wrong key type
-// is a programming error.
+// signature. The attribute identifier tells a reactor the key's type; `as<K>()`
+// checks only the size, which costs nothing on the path every change takes
+// and still stops a reactor reading a key of another shape.
 class KeyRef {
  public:
   KeyRef() = default;
   template <typename K>
-  explicit KeyRef(K const& k) : ptr_(&k), type_(&typeid(K)) {}
+  explicit KeyRef(K const& k) : ptr_(&k), size_(sizeof(K)) {}
   bool empty() const { return ptr_ == nullptr; }
   template <typename K>
   K const& as() const {
-    fmassert(type_ && *type_ == typeid(K), "key of type {} read as {}",
-             type_ ? demangle(type_->name()) : "none", demangle(typeid(K).name()));
+    fmassert(size_ == sizeof(K), "key of {} bytes read as one of {}", size_, sizeof(K));
     return *static_cast<K const*>(ptr_);
   }
   void const* ptr() const { return ptr_; }
 
  private:
   void const* ptr_ = nullptr;
-  std::type_info const* type_ = nullptr;
+  size_t size_ = 0;
 };
 
 class NotifieeList {
@@ -76,8 +74,6 @@ class Entity : public PtrInterface {
   // children, not the other way round).
   Entity* parent() const { return parent_; }
   void parentIs(Entity* p);
-
-  CounterSet& counters() const { return counters_; }
 
  protected:
   // Runs after the parent changed; a null parent means this entity is orphaned.
@@ -158,7 +154,6 @@ class Entity : public PtrInterface {
   mutable NotifieeList notifieeList_;
   bool notificationActive_ = false;
   Entity* parent_ = nullptr;
-  mutable CounterSet counters_;
 };
 
 // Base of every reactor. A reactor holds its notifier while attached and

@@ -13,7 +13,7 @@
 
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/Tables.h"
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "bench/peers/LdpRecord.h"
 #include "bench/peers/Peers.h"
 
@@ -61,8 +61,8 @@ Child consume(TunnelTableMounter const& m, SharedFlags& flags) {
     KeyReactor counter([&n](TunnelId const&) { ++n; });
     counter.notifierIs(table.ptr());
     flags.ready = 1;
-    while (!flags.stop.load()) ZentTamsel::dispatchAll(20);
-    while (ZentTamsel::dispatchAll(0) > 0) {
+    while (!flags.stop.load()) m.tamselMounter().registry()->dispatchAll(20);
+    while (m.tamselMounter().registry()->dispatchAll(0) > 0) {
     }
     writeValue(fd, n);
   });
@@ -145,7 +145,7 @@ void latency(Workload const& w, TunnelTableMounter const& m, LdpTunnelTable& tab
     });
     reactor.notifierIs(shadow.ptr());
     probe.flags().ready = 1;
-    while (!probe.done()) ZentTamsel::dispatchAll(1000);
+    while (!probe.done()) m.tamselMounter().registry()->dispatchAll(1000);
     probe.sendSamples(fd);
   });
   probe.drive(w, [&](uint64_t key, uint32_t version) {
@@ -166,7 +166,8 @@ std::vector<Row> runLibtunnel(Workload const& w) {
   std::string root = storePath(w, "tunnel");
   std::filesystem::create_directories(root);
   {
-    TunnelTableMounter m{ZentTamsel::Mount(Zent::String(root))};
+    ZentTamsel::MountRegistry registry;
+    TunnelTableMounter m{ZentTamsel::Mount(Zent::String(root), registry)};
     auto table = ldp(m.mountWriter(kTable));
     // One entry object, rewritten per write: an entry has room for 600 vias.
     auto e = std::make_unique<LdpTunnelTableEntry>(ldpEntry(0, 0));

@@ -17,8 +17,8 @@
 
 #include "Tunnel/LdpTunnelRedistConfigSm/LdpTunnelRedistConfigSm.h"
 #include "Tunnel/TunnelMount/TunnelMount.h"
-#include "Tunnel/shmem/Mount.h"
 #include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 
 using namespace Tunnel::TunnelTable;
 using namespace Tunnel::TunnelRedist;
@@ -60,7 +60,8 @@ template <typename Consume>
 void catchUp(benchmark::State& state, Consume&& consume) {
   for (auto _ : state) {
     std::string root = makeRoot();
-    TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root))};
+    ZentTamsel::MountRegistry registry;
+    TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root), registry)};
     auto* sh = static_cast<Shared*>(
         ::mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     sh->stage = 0;
@@ -121,7 +122,7 @@ void BM_CatchUpLdpRedistConfig(benchmark::State& state) {
     auto sm = ldpTunnelRedistConfigSmFactory(config, table);
     sm->handleInitialized();
     go();
-    while (sm->tidToTeps().size() < kTunnels) ZentTamsel::dispatchAll(100);
+    while (sm->tidToTeps().size() < kTunnels) mounter.tamselMounter().registry()->dispatchAll(100);
     int64_t done = nowNs();
     sm = nullptr;
     table = nullptr;
@@ -136,7 +137,8 @@ BENCHMARK(BM_CatchUpLdpRedistConfig)->UseManualTime()->Iterations(1)->Unit(bench
 template <bool kMachine>
 void steadyState(benchmark::State& state) {
   std::string root = makeRoot();
-  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root))};
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root), registry)};
   auto writer = Zent::dynamicPtrCast<LdpTunnelTable>(
       mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable));
   for (uint64_t i = 0; i < kTunnels; ++i) writer->entryIs(entry(i, i % 500, 10));

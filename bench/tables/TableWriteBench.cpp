@@ -92,14 +92,15 @@ BENCHMARK(BM_RawServiceWrite)->MinTime(2.0);
 
 void BM_LdpTableEntryIs(benchmark::State& state) {
   std::string root = makeRoot();
-  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root))};
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root), registry)};
   auto table = Zent::dynamicPtrCast<LdpTunnelTable>(
       mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable));
   std::vector<LdpTunnelTableEntry> entries;
   for (uint64_t k = 0; k < 64; ++k) entries.push_back(oneViaEntry(k));
   pid_t reader = startReader([&] {
     auto shadow = mounter.mountKeyshadow(TunnelTableIdentifier::ldpTunnelTable);
-    for (;;) ZentTamsel::dispatchAll(100);
+    for (;;) registry.dispatchAll(100);
   });
   uint64_t i = 0;
   for (auto _ : state) {

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tests/TunnelRedist/RedistTestUtil.h"
 
 using namespace RedistTest;
@@ -28,58 +28,46 @@ void churn(Zent::Ptr<TunnelTableBase> const& base, std::mt19937_64& rng, int ste
   }
 }
 
+// One machine following its table's key shadow.
+template <typename Case>
+struct Follow {
+  explicit Follow(TunnelTableMounter const& m)
+      : table(Zent::dynamicPtrCast<typename Case::Table>(m.mountKeyshadow(Case::kId))),
+        sm(Case::sm(config, table)) {
+    sm->handleInitialized();
+  }
+  bool matches() const { return configOf(*config) == Case::expected(*table); }
+  Zent::Ptr<TunnelRedistConfig> config = tunnelRedistConfigFactory("redist");
+  Zent::Ptr<typename Case::Table> table;
+  Zent::Ptr<typename Case::Sm> sm;
+};
+
 struct Consumer {
-  explicit Consumer(TunnelTableMounter const& m) : mounter(m) {
-    ldp = Zent::dynamicPtrCast<LdpTunnelTable>(
-        mounter.mountKeyshadow(TunnelTableIdentifier::ldpTunnelTable));
-    sr = Zent::dynamicPtrCast<IsisSrTunnelTable>(
-        mounter.mountKeyshadow(TunnelTableIdentifier::isisSrTunnelTable));
-    lu = Zent::dynamicPtrCast<BgpLuTunnelTable>(
-        mounter.mountKeyshadow(TunnelTableIdentifier::bgpLuTunnelTable));
-    ldpSm = ldpTunnelRedistConfigSmFactory(ldpConfig, ldp);
-    srSm = isisSrTunnelRedistConfigSmFactory(srConfig, sr);
-    luSm = bgpLuTunnelRedistConfigSmFactory(luConfig, lu);
-    ldpSm->handleInitialized();
-    srSm->handleInitialized();
-    luSm->handleInitialized();
-  }
-  ~Consumer() {
-    ldpSm = nullptr;
-    srSm = nullptr;
-    luSm = nullptr;
-    ldp = nullptr;
-    sr = nullptr;
-    lu = nullptr;
-    for (auto id : {TunnelTableIdentifier::ldpTunnelTable, TunnelTableIdentifier::isisSrTunnelTable,
-                    TunnelTableIdentifier::bgpLuTunnelTable}) {
-      mounter.unmount(id);
-    }
-  }
+  explicit Consumer(TunnelTableMounter const& m) : mounter{m}, ldp(m), sr(m), lu(m) {}
   bool matches() const {
-    return configOf(*ldpConfig) == LdpCase::expected(*ldp) &&
-           configOf(*srConfig) == IsisSrCase::expected(*sr) &&
-           configOf(*luConfig) == BgpLuCase::expected(*lu) && ldpConfig->entryCount() > 0;
+    return ldp.matches() && sr.matches() && lu.matches() && ldp.config->entryCount() > 0;
   }
-  TunnelTableMounter mounter;
-  Zent::Ptr<TunnelRedistConfig> ldpConfig = tunnelRedistConfigFactory("ldp");
-  Zent::Ptr<TunnelRedistConfig> srConfig = tunnelRedistConfigFactory("sr");
-  Zent::Ptr<TunnelRedistConfig> luConfig = tunnelRedistConfigFactory("bgpLu");
-  Zent::Ptr<LdpTunnelTable> ldp;
-  Zent::Ptr<IsisSrTunnelTable> sr;
-  Zent::Ptr<BgpLuTunnelTable> lu;
-  Zent::Ptr<LdpTunnelRedistConfigSm> ldpSm;
-  Zent::Ptr<IsisSrTunnelRedistConfigSm> srSm;
-  Zent::Ptr<BgpLuTunnelRedistConfigSm> luSm;
+  // Unmounts once the machines and shadows below are gone.
+  struct Unmount {
+    TunnelTableMounter m;
+    ~Unmount() {
+      for (auto id : {LdpCase::kId, IsisSrCase::kId, BgpLuCase::kId}) m.unmount(id);
+    }
+  } mounter;
+  Follow<LdpCase> ldp;
+  Follow<IsisSrCase> sr;
+  Follow<BgpLuCase> lu;
 };
 
 TEST(RedistProcessTest, ConsumerFollowsAProducerAcrossProcessesAndRestarts) {
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   Pipe ready, go, done;
   pid_t producer = TamselTest::forkChild([&] {
-    auto ldp = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
-    auto sr = mounter.mountWriter(TunnelTableIdentifier::isisSrTunnelTable);
-    auto lu = mounter.mountWriter(TunnelTableIdentifier::bgpLuTunnelTable);
+    auto ldp = mounter.mountWriter(LdpCase::kId);
+    auto sr = mounter.mountWriter(IsisSrCase::kId);
+    auto lu = mounter.mountWriter(BgpLuCase::kId);
     std::mt19937_64 rng(11);
     churn<LdpCase>(ldp, rng, 600);
     churn<IsisSrCase>(sr, rng, 600);
@@ -101,14 +89,15 @@ TEST(RedistProcessTest, ConsumerFollowsAProducerAcrossProcessesAndRestarts) {
     go.signal();
     ASSERT_TRUE(done.wait());
     // The producer is done: every change is in the tables already.
-    EXPECT_TRUE(TamselTest::dispatchUntil([&] { return c.matches(); }, ZentTamsel::dispatchAll));
-    before = configOf(*c.ldpConfig);
+    EXPECT_TRUE(TamselTest::dispatchUntil([&] { return c.matches(); },
+                                          [&](int ms) { return registry.dispatchAll(ms); }));
+    before = configOf(*c.ldp.config);
   }
   EXPECT_EQ(TamselTest::waitChild(producer), 0);
   // Restarted, the consumer rebuilds the same configuration from the tables.
   Consumer again(mounter);
   EXPECT_TRUE(again.matches());
-  EXPECT_EQ(configOf(*again.ldpConfig), before);
+  EXPECT_EQ(configOf(*again.ldp.config), before);
 }
 
 }  // namespace

@@ -6,13 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Tunnel/BgpLuTunnelRedistConfigSm/BgpLuTunnelRedistConfigSm.h"
-#include "Tunnel/IsisSrTunnelRedistConfigSm/IsisSrTunnelRedistConfigSm.h"
-#include "Tunnel/LdpTunnelRedistConfigSm/LdpTunnelRedistConfigSm.h"
 #include "tests/TunnelRedist/RedistTestUtil.h"
 
-using namespace Tunnel::TunnelRedist;
-using namespace Tunnel::TunnelTable;
 using namespace RedistTest;
 
 namespace {
@@ -24,9 +19,9 @@ TYPED_TEST_SUITE(RedistSmModelTest, Machines);
 
 TYPED_TEST(RedistSmModelTest, ConfigurationFollowsTheTableThroughRandomChanges) {
   using Case = TypeParam;
-  auto table = Case::tableFactory("input");
+  auto table = Case::table("input");
   auto config = tunnelRedistConfigFactory("redist");
-  auto sm = Case::smFactory(config, table);
+  auto sm = Case::sm(config, table);
   std::mt19937_64 rng(7);
   // Before initialization the machine does nothing.
   table->entryIs(Case::entry(1, 3, 10));
@@ -63,31 +58,8 @@ TYPED_TEST(RedistSmModelTest, ConfigurationFollowsTheTableThroughRandomChanges) 
   EXPECT_EQ(configOf(*config), before);  // inert after delete
 }
 
-TEST(LdpTunnelRedistConfigSmTest, EndpointMovesAndDeletionsAreTraced) {
-  auto table = ldpTunnelTableFactory("ldp");
-  auto config = tunnelRedistConfigFactory("redist");
-  auto sm = ldpTunnelRedistConfigSmFactory(config, table);
-  sm->handleInitialized();
-  Dabin::CaptureSink sink;
-  Dabin::sinkIs(&sink);
-  Tunnel::TunnelRedist::dabinFacility_.levelIs(8, true);
-  table->entryIs(LdpCase::entry(7, 1, 20));
-  table->entryIs(LdpCase::entry(7, 1, 30));
-  table->entryIs(LdpCase::entry(7, 2, 30));
-  table->entryDel(LdpCase::id(7));
-  Tunnel::TunnelRedist::dabinFacility_.levelIs(8, false);
-  Dabin::sinkIs(nullptr);
-  std::string sig = "Tunnel::TunnelRedist::LdpTunnelRedistConfigSm::";
-  EXPECT_TRUE(sink.contains(sig + "handleTunnelEntry(TunnelId) update for tunnelId:"));
-  EXPECT_TRUE(sink.contains(" replace tep new:10.0.0.2/32 old:10.0.0.1/32"));
-  EXPECT_TRUE(sink.contains(sig + "delTunnelRedistConfig() del tep:10.0.0.1/32"));
-  EXPECT_TRUE(sink.contains(" del tunnelId:"));
-  EXPECT_EQ(config->entryCount(), 0u);
-  EXPECT_FALSE(sm->tidToTep(LdpCase::id(7)));
-}
-
 TEST(BgpLuTunnelRedistConfigSmTest, UnchangedEndpointIsANoOp) {
-  auto table = bgpLuTunnelTableFactory("lu");
+  auto table = BgpLuCase::table("lu");
   auto config = tunnelRedistConfigFactory("redist");
   auto sm = bgpLuTunnelRedistConfigSmFactory(config, table);
   sm->handleInitialized();
@@ -108,7 +80,8 @@ TEST(BgpLuTunnelRedistConfigSmTest, UnchangedEndpointIsANoOp) {
 
 TEST(RedistSmDeathTest, ReaderBoundInputIsRefused) {
   TamselTest::StateRoot root;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path())));
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
   auto writer = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
   auto info = TunnelTableMounter::getMountInfo(TunnelTableIdentifier::ldpTunnelTable);
   auto reader = Zent::dynamicPtrCast<LdpTunnelTable>(
@@ -117,10 +90,6 @@ TEST(RedistSmDeathTest, ReaderBoundInputIsRefused) {
   auto sm = ldpTunnelRedistConfigSmFactory(tunnelRedistConfigFactory("r"), reader);
   EXPECT_DEATH(sm->handleInitialized(),
                "ldpTunnelTable\\(\\)->entryControl\\(\\)->mode\\(\\) != ZentTamsel::reader\\(\\)");
-  sm = nullptr;
-  reader = nullptr;
-  writer = nullptr;
-  mounter.unmount(TunnelTableIdentifier::ldpTunnelTable);
 }
 
 }  // namespace

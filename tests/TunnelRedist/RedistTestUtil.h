@@ -19,10 +19,6 @@ using namespace Tunnel::TunnelRedist;
 // prefix -> (tunnel id -> metric)
 using ConfigView = std::map<std::string, std::map<uint64_t, uint32_t>>;
 
-inline Vorn::IpGenPrefix tepPrefix(uint32_t n) {
-  return Vorn::IpGenPrefix(Vorn::IpGenAddr((10u << 24) | n), 32);
-}
-
 inline ConfigView configOf(TunnelRedistConfig const& c) {
   ConfigView v;
   for (auto it = c.entries().begin(); it != c.entries().end(); ++it) {
@@ -34,71 +30,44 @@ inline ConfigView configOf(TunnelRedistConfig const& c) {
   return v;
 }
 
-template <typename Table, bool kMetric>
-ConfigView expectedOf(Table const& t) {
-  ConfigView v;
-  for (TunnelId const& id : t.entryKeys(nullptr, SIZE_MAX)) {
-    auto e = t.entry(id);
-    uint32_t metric = 0;
-    if constexpr (kMetric) metric = e.igpMetric();
-    v[e.tep().stringValue()][id.value()] = metric;
-  }
-  return v;
-}
+// One machine with its input table.
+template <typename SmT, TunnelType kType, TunnelTableIdentifier kTableId>
+struct Case {
+  using Sm = SmT;
+  using Table = typename Sm::Table;
+  static constexpr TunnelTableIdentifier kId = kTableId;
 
-template <typename Entry>
-Entry withTep(Entry e, uint32_t tep) {
-  e.endpointIs(TepIndex(0), tepPrefix(tep));
-  return e;
-}
-
-struct LdpCase {
-  using Table = LdpTunnelTable;
-  static TunnelId id(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, i)); }
-  static LdpTunnelTableEntry entry(uint64_t i, uint32_t tep, uint32_t metric) {
-    auto e = withTep(LdpTunnelTableEntry(id(i)), tep);
-    e.igpMetricIs(metric);
+  static TunnelId id(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(kType, i)); }
+  // Endpoint 10.0.0.<tep>/32; the metric is the one the protocol carries.
+  static typename Sm::Entry entry(uint64_t i, uint32_t tep, uint32_t metric) {
+    typename Sm::Entry e(id(i));
+    e.endpointIs(TepIndex(0), Vorn::IpGenPrefix(Vorn::IpGenAddr((10u << 24) | tep), 32));
+    if constexpr (requires { e.igpMetricIs(metric); }) {
+      e.igpMetricIs(metric);
+    } else {
+      e.bgpMetricIs(metric);
+    }
     return e;
   }
-  static Zent::Ptr<Table> tableFactory(const char* n) { return ldpTunnelTableFactory(n); }
-  static auto smFactory(Zent::Ptr<TunnelRedistConfig> c, Zent::Ptr<Table> t) {
-    return ldpTunnelRedistConfigSmFactory(c, t);
+  static Zent::Ptr<Table> table(const char* name) { return Zent::newEntity<Table>(name); }
+  static Zent::Ptr<Sm> sm(Zent::Ptr<TunnelRedistConfig> c, Zent::Ptr<Table const> t) {
+    return newTunnelRedistConfigSm<Sm>(c, t);
   }
-  static ConfigView expected(Table const& t) { return expectedOf<Table, true>(t); }
+  // What the table's contents imply, the metric as the library says.
+  static ConfigView expected(Table const& t) {
+    ConfigView v;
+    for (TunnelId const& k : t.entryKeys(nullptr, SIZE_MAX)) {
+      auto e = t.entry(k);
+      v[e.tep().stringValue()][k.value()] = Sm::memberMetric(e);
+    }
+    return v;
+  }
 };
 
-struct IsisSrCase {
-  using Table = IsisSrTunnelTable;
-  static TunnelId id(uint64_t i) {
-    return TunnelId(TunnelId::convertToTunnelValue(isisSrTunnel, i));
-  }
-  static SrTunnelTableEntry entry(uint64_t i, uint32_t tep, uint32_t metric) {
-    auto e = withTep(SrTunnelTableEntry(id(i)), tep);
-    e.igpMetricIs(metric);
-    return e;
-  }
-  static Zent::Ptr<Table> tableFactory(const char* n) { return isisSrTunnelTableFactory(n); }
-  static auto smFactory(Zent::Ptr<TunnelRedistConfig> c, Zent::Ptr<Table> t) {
-    return isisSrTunnelRedistConfigSmFactory(c, t);
-  }
-  static ConfigView expected(Table const& t) { return expectedOf<Table, true>(t); }
-};
-
-struct BgpLuCase {
-  using Table = BgpLuTunnelTable;
-  static TunnelId id(uint64_t i) {
-    return TunnelId(TunnelId::convertToTunnelValue(bgpLuTunnel, i));
-  }
-  static BgpLuTunnelTableEntry entry(uint64_t i, uint32_t tep, uint32_t metric) {
-    auto e = withTep(BgpLuTunnelTableEntry(id(i)), tep);
-    e.bgpMetricIs(metric);
-    return e;
-  }
-  static Zent::Ptr<Table> tableFactory(const char* n) { return bgpLuTunnelTableFactory(n); }
-  static auto smFactory(Zent::Ptr<TunnelRedistConfig> c, Zent::Ptr<Table> t) {
-    return bgpLuTunnelRedistConfigSmFactory(c, t);
-  }
-  static ConfigView expected(Table const& t) { return expectedOf<Table, false>(t); }
-};
+using LdpCase = Case<LdpTunnelRedistConfigSm, ldpTunnel, TunnelTableIdentifier::ldpTunnelTable>;
+using IsisSrCase =
+    Case<IsisSrTunnelRedistConfigSm, isisSrTunnel, TunnelTableIdentifier::isisSrTunnelTable>;
+using BgpLuCase =
+    Case<BgpLuTunnelRedistConfigSm, bgpLuTunnel, TunnelTableIdentifier::bgpLuTunnelTable>;
 
 }  // namespace RedistTest

@@ -1,18 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "Tunnel/TunnelTable/EvpnVxlanTunnelTable.h"
 #include "Tunnel/TunnelTable/IntfTunnels.h"
-#include "Tunnel/TunnelTable/L3IntfTunnelTableBase.h"
+#include "Tunnel/TunnelTable/Tables.h"
 #include "Tunnel/framework/Range.h"
 
 using namespace Tunnel::TunnelTable;
 
 namespace {
-
-struct Recorder : TunnelTableBase::NotifieeConst {
-  std::vector<TunnelId> keys;
-  void entryNotify(TunnelId const& k) override { keys.push_back(k); }
-};
 
 TEST(EvpnVxlanTunnelTableTest, IdentifiersStartAtOneAndAreNeverReused) {
   auto t = evpnVxlanTunnelTableFactory("evpn");
@@ -44,23 +38,6 @@ TEST(EvpnVxlanTunnelTableTest, OnlyDynamicInterfacesOfEvpnTunnelsAreValid) {
                Zent::RangeException);
 }
 
-TEST(EvpnVxlanTunnelTableTest, MutatorsCountAndNotifyAsTablesDo) {
-  auto t = evpnVxlanTunnelTableFactory("evpn");
-  auto rec = Zent::Ptr<Recorder>(Zent::newTracked<Recorder>());
-  rec->notifierIs(t.ptr());
-  TunnelId a(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 1));
-  t->entryIs(EvpnVxlanTunnelEntry(a));
-  t->entryIs(EvpnVxlanTunnelEntry(a));  // an equal rewrite still notifies
-  EXPECT_EQ(t->entryDel(TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 9))),
-            EvpnVxlanTunnelEntry());
-  EXPECT_EQ(t->entryDel(a), EvpnVxlanTunnelEntry(a));
-  EXPECT_EQ(rec->keys, (std::vector<TunnelId>{a, a, a}));
-  EXPECT_EQ(t->counters().value("entryIs"), 2u);
-  EXPECT_EQ(t->counters().value("entryDel"), 2u);
-  EXPECT_EQ(t->counters().value("entryNotify"), 3u);
-  rec->notifierIs(nullptr);
-}
-
 TEST(L3IntfTunnelTableBaseTest, TunnelPortsRoundTripAndBadIdentifiersAbort) {
   TunnelId id = L3IntfTunnelTableBase::newTunnelId(Vorn::IntfId::tunnel(65535));
   EXPECT_EQ(id.tunnelType(), staticInterfaceTunnel);
@@ -70,7 +47,7 @@ TEST(L3IntfTunnelTableBaseTest, TunnelPortsRoundTripAndBadIdentifiersAbort) {
                "tunnelId.tunnelIndex\\(\\) <= Zent::maxU16\\(\\)");
   EXPECT_DEATH(
       L3IntfTunnelTableBase::tunnelIntfId(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, 1))),
-      "tunnelId.tunnelType\\(\\) == staticInterfaceTunnel_");
+      "tunnelId.tunnelType\\(\\) == staticInterfaceTunnel");
 }
 
 }  // namespace

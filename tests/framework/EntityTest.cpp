@@ -206,7 +206,7 @@ TEST(KeyRefDeathTest, ReadingAKeyAsTheWrongTypeAborts) {
   uint16_t const port = 5;
   Zent::KeyRef key(port);
   EXPECT_EQ(key.as<uint16_t>(), 5);
-  EXPECT_DEATH(key.as<uint32_t>(), "key of type unsigned short read as unsigned int");
+  EXPECT_DEATH(key.as<uint32_t>(), "key of 2 bytes read as one of 4");
 }
 
 }  // namespace

@@ -15,13 +15,20 @@ Tamsel::TableShape testShape() {
 }  // namespace
 
 TestTable::TestTable(Zent::String const& name) : Entity(name), entry_(testShape()) {
-  entry_.entity(
-      std::string(name.view()), this,
-      [this](TestKey const& k) {
-        notified.push_back(k.id);
-        notify(kEntryId, k);
-      },
-      [this] { ++mountStatusChanges; }, nullptr);
+  entry_.entity(std::string(name.view()), this);
+}
+
+void TestTable::keyChanged(void const* key) {
+  TestKey k;
+  std::memcpy(&k, key, sizeof k);
+  entry_.shadowRefresh(k);
+  notified.push_back(k.id);
+  notify(kEntryId, k);
+}
+
+void TestTable::mountStatusChanged() {
+  entry_.shadowRefreshAll();
+  ++mountStatusChanges;
 }
 
 void TestTable::entryIs(TestRecord const& r) {
@@ -37,10 +44,11 @@ bool TestTable::entryDel(TestKey k) {
   return true;
 }
 
-void TestTable::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info) {
+void TestTable::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
+                            ZentTamsel::MountRegistry& registry) {
   Tamsel::FilePermissions perms;
   perms.mode = info.fileMode();
-  entry_.core().mount(dir, "entry", info.mountType(), perms);
+  entry_.core().mount(dir, "entry", info.mountType(), perms, registry);
 }
 
 namespace {

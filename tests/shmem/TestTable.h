@@ -9,8 +9,8 @@
 
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/Hash.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/ZentTamselMap.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 
 namespace TamselTest {
 
@@ -59,7 +59,9 @@ struct TestKeyOf {
   TestKey operator()(TestRecord const& r) const { return r.key; }
 };
 
-class TestTable : public Zent::Entity, public ZentTamsel::Mountable {
+class TestTable : public Zent::Entity,
+                  public ZentTamsel::Mountable,
+                  public ZentTamsel::CollectionListener {
  public:
   static constexpr const char* kTypeName = "TamselTest::TestTable";
   static constexpr Zent::AttributeId kEntryId = 386;
@@ -72,7 +74,10 @@ class TestTable : public Zent::Entity, public ZentTamsel::Mountable {
 
   ZentTamsel::ZentTamselMap<TestKey, TestRecord, TestKeyOf>& map() { return entry_; }
 
-  void tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info) override;
+  void tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
+                   ZentTamsel::MountRegistry& registry) override;
+  void keyChanged(void const* key) override;
+  void mountStatusChanged() override;
   void tamselUnmount() override { entry_.core().unmount(); }
 
   class NotifieeConst : public Zent::PtrInterface::NotifieeConst {

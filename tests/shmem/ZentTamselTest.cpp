@@ -6,8 +6,8 @@
 
 #include "Tunnel/framework/Dabin.h"
 #include "Tunnel/framework/Range.h"
-#include "Tunnel/shmem/Mount.h"
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 #include "tests/shmem/ShmTestUtil.h"
 #include "tests/shmem/TestTable.h"
 
@@ -43,7 +43,8 @@ class ZentTamselTest : public ::testing::Test {
     mount.doUnmount("test/table/t1");
   }
   StateRoot root;
-  ZentTamsel::Mount mount{Zent::String(root.path())};
+  ZentTamsel::MountRegistry registry;
+  ZentTamsel::Mount mount{Zent::String(root.path()), registry};
   Dabin::CaptureSink traces;
 };
 
@@ -59,7 +60,7 @@ TEST_F(ZentTamselTest, UnmountedTableWorksOnItsLocalWriterWithinTheBound) {
   EXPECT_FALSE(t->entry(TestKey{2}, out));
   EXPECT_TRUE(t->entryDel(TestKey{1}));
   EXPECT_FALSE(t->entryDel(TestKey{1}));
-  t->map().entity("again", t.ptr(), nullptr, nullptr, nullptr);
+  t->map().entity("again", t.ptr());
   EXPECT_TRUE(traces.contains("name:again already initialized"));
 }
 
@@ -73,8 +74,8 @@ TEST_F(ZentTamselTest, MountServiceCreatesTheTypeByNameAndRelaysKeysToAKeyShadow
   for (uint64_t k = 0; k < 10; ++k) w->entryIs(rec(k, "v" + std::to_string(k)));
   w->entryIs(rec(3, "v3"));  // an equal rewrite is a change to relay too
   w->entryDel(TestKey{4});
-  ASSERT_TRUE(
-      dispatchUntil([&] { return shadow->notified.size() >= 12; }, ZentTamsel::dispatchAll));
+  ASSERT_TRUE(dispatchUntil([&] { return shadow->notified.size() >= 12; },
+                            [&](int ms) { return registry.dispatchAll(ms); }));
   EXPECT_EQ(shadow->notified, w->notified);
   TestRecord out;
   ASSERT_TRUE(shadow->entry(TestKey{7}, out));
@@ -91,7 +92,8 @@ TEST_F(ZentTamselTest, ValueShadowKeepsLocalCopiesCurrent) {
   w->entryIs(rec(1, "after"));
   w->entryIs(rec(2, "two"));
   w->entryDel(TestKey{1});
-  ASSERT_TRUE(dispatchUntil([&] { return shadow->notified.size() >= 3; }, ZentTamsel::dispatchAll));
+  ASSERT_TRUE(dispatchUntil([&] { return shadow->notified.size() >= 3; },
+                            [&](int ms) { return registry.dispatchAll(ms); }));
   TestRecord out;
   EXPECT_FALSE(shadow->entry(TestKey{1}, out));
   ASSERT_TRUE(shadow->entry(TestKey{2}, out));

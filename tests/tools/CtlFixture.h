@@ -60,7 +60,8 @@ class CtlFixture : public ::testing::Test {
   RunResult ctl(std::vector<std::string> const& args) const { return run(withRoot(args)); }
 
   TamselTest::StateRoot root_;
-  TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()))};
+  ZentTamsel::MountRegistry registry_;
+  TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()), registry_)};
   Zent::Ptr<LdpTunnelTable> ldp_;
 };
 

@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/JsonText.h"
 #include "tools/tunnelctl/RedistFollower.h"
@@ -73,7 +73,9 @@ int runRedist(RedistOptions const& o) {
                           file.writerPid));
   }
   if (o.watch) installStopSignals();
-  Tunnel::TunnelTable::TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root)));
+  ZentTamsel::MountRegistry registry;
+  Tunnel::TunnelTable::TunnelTableMounter mounter(
+      ZentTamsel::Mount(Zent::String(o.root), registry));
   auto follower = RedistFollower::create(p, mounter);
   bool terminal = o.watch && ::isatty(STDOUT_FILENO);
   auto print = [&] {
@@ -92,7 +94,7 @@ int runRedist(RedistOptions const& o) {
   auto last = Clock::now();
   bool dirty = false;
   while (!stopRequested()) {
-    dirty = ZentTamsel::dispatchAll(100) > 0 || dirty;
+    dirty = registry.dispatchAll(100) > 0 || dirty;
     // Reprinted at most a few times a second: a burst of changes shows once.
     if (dirty && Clock::now() - last >= std::chrono::milliseconds(300)) {
       if (!terminal && !o.json) fmt::print("\n");

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/JsonText.h"
 #include "tools/tunnelctl/KeyReactor.h"
@@ -44,7 +44,7 @@ int runWatch(WatchOptions const& o) {
              table.file().name, o.root, table.table().entryCount(), writer);
   std::fflush(stderr);
   while (!stopRequested()) {
-    if (ZentTamsel::dispatchAll(200) > 0) std::fflush(stdout);
+    if (table.dispatch(200) > 0) std::fflush(stdout);
   }
   reactor->notifierIs(nullptr);
   std::fflush(stdout);

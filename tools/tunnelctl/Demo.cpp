@@ -16,8 +16,8 @@
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/Mount.h"
 #include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"
 
@@ -46,7 +46,8 @@ void prepareRoot(std::string const& root) {
   struct stat st {};
   if (::stat(root.c_str(), &st) != 0) return;  // the producers create it
   if (!S_ISDIR(st.st_mode)) throw CtlError(fmt::format("state root {} is not a directory", root));
-  ZentTamsel::Mount mount{Zent::String(root)};
+  ZentTamsel::MountRegistry registry;
+  ZentTamsel::Mount mount{Zent::String(root), registry};
   for (auto const& path : demoTablePaths()) {
     try {
       mount.cleanup(Zent::String(path));
@@ -60,7 +61,8 @@ void prepareRoot(std::string const& root) {
 }
 
 void removeTables(std::string const& root) {
-  ZentTamsel::Mount mount{Zent::String(root)};
+  ZentTamsel::MountRegistry registry;
+  ZentTamsel::Mount mount{Zent::String(root), registry};
   for (auto const& path : demoTablePaths()) {
     try {
       mount.cleanup(Zent::String(path));

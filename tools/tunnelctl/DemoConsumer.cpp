@@ -50,6 +50,8 @@ bool shouldStop(SharedHeader const& h) {
 }
 
 struct Following {
+  // Outlives the followers, which unmount through it.
+  ZentTamsel::MountRegistry registry;
   std::array<std::unique_ptr<RedistFollower>, kProducers> followers;
   std::array<Zent::Ptr<KeyReactor>, kProducers> reactors;
   std::array<uint64_t, kProducers> notifications{};
@@ -105,7 +107,7 @@ struct Following {
 void follow(SharedRegion const& region, DemoOptions const& o, Following& f) {
   SharedHeader& h = region.header();
   ProcStatus& status = h.proc[kConsumer];
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root)));
+  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root), f.registry));
   for (int i = 0; i < kProducers; ++i) {
     f.followers[i] = RedistFollower::create(kRedistProtocols[i], mounter);
     ProcStatus const& producer = h.proc[i];

@@ -187,7 +187,8 @@ int runProducer(SharedRegion const& region, RedistProtocol protocol, DemoOptions
   ProcStatus& status = region.header().proc[static_cast<int>(protocol)];
   status.pid.store(::getpid());
   try {
-    TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root)));
+    ZentTamsel::MountRegistry registry;
+    TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root), registry));
     auto base = mounter.mountWriter(tableIdOf(protocol));
     switch (protocol) {
       case RedistProtocol::ldp:

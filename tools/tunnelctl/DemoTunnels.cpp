@@ -2,6 +2,9 @@
 
 #include <array>
 
+#include "Tunnel/BgpLuTunnelRedistConfigSm/BgpLuTunnelRedistConfigSm.h"
+#include "Tunnel/IsisSrTunnelRedistConfigSm/IsisSrTunnelRedistConfigSm.h"
+#include "Tunnel/LdpTunnelRedistConfigSm/LdpTunnelRedistConfigSm.h"
 #include "Tunnel/net/IntfId.h"
 #include "Tunnel/net/MplsLabelOperation.h"
 
@@ -63,7 +66,18 @@ TunnelType tunnelTypeOf(RedistProtocol p) {
   return unknownTunnel;
 }
 
-bool redistributesMetric(RedistProtocol p) { return p != RedistProtocol::bgpLu; }
+bool redistributesMetric(RedistProtocol p) {
+  using namespace Tunnel::TunnelRedist;
+  switch (p) {
+    case RedistProtocol::ldp:
+      return LdpTunnelRedistConfigSm::kCarriesIgpMetric;
+    case RedistProtocol::isisSr:
+      return IsisSrTunnelRedistConfigSm::kCarriesIgpMetric;
+    case RedistProtocol::bgpLu:
+      return BgpLuTunnelRedistConfigSm::kCarriesIgpMetric;
+  }
+  return false;
+}
 
 LdpTunnelTableEntry ldpEntry(uint64_t index, TunnelState const& s) {
   LdpTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, index)));

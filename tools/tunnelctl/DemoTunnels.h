@@ -27,8 +27,8 @@ struct TunnelState {
 Vorn::IpGenPrefix demoPrefix(uint32_t p);
 
 Tunnel::TunnelTable::TunnelType tunnelTypeOf(RedistProtocol p);
-// Whether the protocol's machine takes the entry's metric (BGP-LU's does not:
-// its members carry 0).
+// Whether the protocol's machine takes the entry's metric, as the machine
+// says (BGP-LU's does not: its members carry 0).
 bool redistributesMetric(RedistProtocol p);
 
 Tunnel::TunnelTable::LdpTunnelTableEntry ldpEntry(uint64_t index, TunnelState const& s);

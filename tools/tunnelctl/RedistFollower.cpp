@@ -88,7 +88,7 @@ uint64_t configDigest(ConfigView const& v) {
 
 namespace {
 
-template <typename Table, typename Sm, bool kMetric>
+template <typename Table, typename Sm>
 class Follower : public RedistFollower {
  public:
   using SmFactory = Zent::Ptr<Sm> (*)(Zent::Ptr<TunnelRedistConfig> const&,
@@ -114,9 +114,7 @@ class Follower : public RedistFollower {
     for (TunnelId const& id : table_->entryKeys(nullptr, SIZE_MAX)) {
       typename Table::EntryType e;
       if (!table_->entry(id, e) || !static_cast<bool>(e)) continue;
-      uint32_t metric = 0;
-      if constexpr (kMetric) metric = e.igpMetric();
-      v[e.tep()][id.value()] = metric;
+      v[e.tep()][id.value()] = Sm::memberMetric(e);
     }
     return v;
   }
@@ -135,13 +133,13 @@ std::unique_ptr<RedistFollower> RedistFollower::create(RedistProtocol p,
   using namespace Tunnel::TunnelRedist;
   switch (p) {
     case RedistProtocol::ldp:
-      return std::make_unique<Follower<LdpTunnelTable, LdpTunnelRedistConfigSm, true>>(
+      return std::make_unique<Follower<LdpTunnelTable, LdpTunnelRedistConfigSm>>(
           p, mounter, &ldpTunnelRedistConfigSmFactory);
     case RedistProtocol::isisSr:
-      return std::make_unique<Follower<IsisSrTunnelTable, IsisSrTunnelRedistConfigSm, true>>(
+      return std::make_unique<Follower<IsisSrTunnelTable, IsisSrTunnelRedistConfigSm>>(
           p, mounter, &isisSrTunnelRedistConfigSmFactory);
     case RedistProtocol::bgpLu:
-      return std::make_unique<Follower<BgpLuTunnelTable, BgpLuTunnelRedistConfigSm, false>>(
+      return std::make_unique<Follower<BgpLuTunnelTable, BgpLuTunnelRedistConfigSm>>(
           p, mounter, &bgpLuTunnelRedistConfigSmFactory);
   }
   return nullptr;

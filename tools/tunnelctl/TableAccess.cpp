@@ -136,7 +136,7 @@ std::vector<TableFile> listTables(std::string const& root) {
 
 MountedTable::MountedTable(std::string const& root, std::string const& name,
                            ZentTamsel::MountType mode)
-    : mounter_(ZentTamsel::Mount(Zent::String(root))), file_(inspectTable(root, name)) {
+    : mounter_(ZentTamsel::Mount(Zent::String(root), registry_)), file_(inspectTable(root, name)) {
   if (file_.entryType.empty()) {
     throw CtlError(
         fmt::format("table {} holds type {}, which this tunnelctl does not know as a tunnel table",

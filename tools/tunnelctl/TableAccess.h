@@ -12,7 +12,7 @@
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Ptr.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace TunnelCtl {
 
@@ -61,8 +61,11 @@ class MountedTable {
 
   // The corruption reports since the last call, in the order met.
   std::vector<std::string> takeCorruptions();
+  // Waits up to `timeoutMs` for news on the table and dispatches it.
+  size_t dispatch(int timeoutMs) { return registry_.dispatchAll(timeoutMs); }
 
  private:
+  ZentTamsel::MountRegistry registry_;
   Tunnel::TunnelTable::TunnelTableMounter mounter_;
   TableFile file_;
   Zent::Ptr<Tunnel::TunnelTable::TunnelTableBase> table_;

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 #include <algorithm>
 #include <array>

@@ -1,42 +1,26 @@
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentTamsel {
 
-class TamselMapCore::Relay : public Tamsel::Reader::Handler {
- public:
-  explicit Relay(TamselMapCore& m) : map_(m) {}
-  void keyChanged(void const* key) override {
-    if (map_.perKey_) map_.perKey_(key);
-  }
-  // The reader has reported every key that may have changed.
-  void resynchronised(bool) override {}
-  void quiescedChanged(bool q) override {
-    if (map_.quiesced_) map_.quiesced_(q);
-  }
-
- private:
-  TamselMapCore& map_;
-};
-
 TamselMapCore::TamselMapCore(Tamsel::TableShape shape) : shape_(std::move(shape)) {}
 
-TamselMapCore::~TamselMapCore() { unmount(); }
+TamselMapCore::~TamselMapCore() {
+  // The owner is partly destroyed by now: it hears nothing more.
+  listener_ = nullptr;
+  unmount();
+}
 
-void TamselMapCore::entity(std::string const& name, Zent::Entity* owner, KeyCallback perKey,
-                           TableCallback wholeTable, QuiescedCallback quiesced) {
+void TamselMapCore::entity(std::string const& name, CollectionListener* listener) {
   if (initialized_) {
     fmtrace(5, "name:{} already initialized", name);
     return;
   }
   name_ = name;
-  owner_ = owner;
-  perKey_ = std::move(perKey);
-  wholeTable_ = std::move(wholeTable);
-  quiesced_ = std::move(quiesced);
+  listener_ = listener;
   initialized_ = true;
   fmtrace(5, "creating local TamselWriter {}", name);
   local_ = std::make_unique<Tamsel::LocalTable>(shape_);
@@ -45,7 +29,7 @@ void TamselMapCore::entity(std::string const& name, Zent::Entity* owner, KeyCall
 }
 
 void TamselMapCore::mount(std::string const& dir, std::string const& collection, MountType mode,
-                          Tamsel::FilePermissions const& perms) {
+                          Tamsel::FilePermissions const& perms, MountRegistry& registry) {
   fmassert(initialized_, "mount not allowed at this time, initialized:{} keyNotifications:{}",
            initialized_, keyNotifications());
   std::unique_ptr<Tamsel::Writer> w;
@@ -62,24 +46,24 @@ void TamselMapCore::mount(std::string const& dir, std::string const& collection,
   writer_ = std::move(w);
   reader_ = std::move(r);
   if (reader_) {
-    relay_ = std::make_unique<Relay>(*this);
-    MountRegistry::instance().readerIs(this, true);
+    registry_ = &registry;
+    registry.readerIs(this, true);
   }
   mode_ = mode;
   dir_ = dir;
   status_ = MountStatus::mounted;
-  if (wholeTable_) wholeTable_();
+  mountStatusChanged();
 }
 
 void TamselMapCore::unmount() {
-  if (reader_) MountRegistry::instance().readerIs(this, false);
+  if (reader_ && registry_) registry_->readerIs(this, false);
+  registry_ = nullptr;
   bool was = writer_ || reader_;
   writer_.reset();
   reader_.reset();
-  relay_.reset();
   if (was) {
     status_ = MountStatus::unmounted;
-    if (wholeTable_) wholeTable_();
+    mountStatusChanged();
   }
 }
 
@@ -107,8 +91,8 @@ uint64_t TamselMapCore::size() const {
 }
 
 size_t TamselMapCore::dispatch(size_t max) {
-  if (!reader_) return 0;
-  return reader_->dispatch(*relay_, max);
+  if (!reader_ || !listener_) return 0;
+  return reader_->dispatch(*listener_, max);
 }
 
 std::string TamselMapCore::corruptionMessage(uint64_t offset, char const* rec, uint32_t len) const {
@@ -123,8 +107,7 @@ std::string TamselMapCore::corruptionMessage(uint64_t offset, char const* rec, u
                      offset, hex);
 }
 
-void TamselMapCore::doCorruptionDetected(std::string const& message) {
-  ++corruptions_;
+void TamselMapCore::doCorruptionDetected(std::string const& message) const {
   if (corruptionHandler_) {
     corruptionHandler_(message);
   } else {

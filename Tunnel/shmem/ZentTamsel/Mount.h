@@ -1,13 +1,15 @@
 #pragma once
 // The mount service: mounts an entity type, known by name, at a path under
 // the agent's state root, binds its collections to the shared-memory files
-// there, and removes those files once their users are gone.
+// there, and removes those files once their users are gone. What it mounts
+// is kept in the agent's MountRegistry.
 
 #include <string>
 
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/String.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {
 
@@ -16,19 +18,27 @@ class Mountable {
  public:
   virtual ~Mountable() = default;
   // Binds every shared-memory collection of the entity to files in `dir` as
-  // `info` says (its mode, its collections' parameters, file permissions).
-  virtual void tamselMount(std::string const& dir, MountInfo const& info) = 0;
+  // `info` says (its mode, its collections' parameters, file permissions);
+  // readers join `registry`.
+  virtual void tamselMount(std::string const& dir, MountInfo const& info,
+                           MountRegistry& registry) = 0;
   virtual void tamselUnmount() = 0;
 };
 
 class Mount {
  public:
   Mount() = default;
-  // `stateRoot` is a directory the agent chooses (typically on /dev/shm).
-  explicit Mount(Zent::String stateRoot) : stateRoot_(std::move(stateRoot)) {}
+  // `stateRoot` is a directory the agent chooses (typically on /dev/shm);
+  // `registry` the agent's, which must outlive what this mount mounts.
+  Mount(Zent::String stateRoot, MountRegistry& registry)
+      : stateRoot_(std::move(stateRoot)), registry_(&registry) {}
+  // The text form names the state root only: a parsed mount needs
+  // registryIs before it mounts anything.
   Mount(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
   Zent::String const& stateRoot() const { return stateRoot_; }
+  MountRegistry* registry() const { return registry_; }
+  void registryIs(MountRegistry& r) { registry_ = &r; }
   // The directory that holds the files of the table mounted at `path`.
   std::string dir(Zent::String const& path) const;
 
@@ -44,7 +54,8 @@ class Mount {
   // Removes the files of the table at `path`. Refused while a writer lives.
   void cleanup(Zent::String const& path) const;
 
-  bool operator==(Mount const&) const = default;
+  // The registry is the process's, not part of the value.
+  bool operator==(Mount const& o) const { return stateRoot_ == o.stateRoot_; }
   explicit operator bool() const { return !stateRoot_.empty(); }
   uint32_t hash(uint32_t seed = 0) const { return stateRoot_.hash(seed); }
   std::string stringValue() const;
@@ -53,11 +64,10 @@ class Mount {
   }
 
  private:
-  Zent::String stateRoot_;
-};
+  MountRegistry& requireRegistry(const char* op) const;
 
-// Waits up to `timeoutMs` for news on any table this process reads and
-// dispatches it; returns the notifications delivered.
-size_t dispatchAll(int timeoutMs);
+  Zent::String stateRoot_;
+  MountRegistry* registry_ = nullptr;
+};
 
 }  // namespace ZentTamsel

@@ -1,9 +1,9 @@
 #pragma once
 // The untyped heart of a collection binding: which table serves the
 // collection (the local default writer before mounting, the shared-memory
-// writer, or a reader / shadow), the mode and mount status, the callbacks to
-// the owning entity, and the corruption handler. Keys and records are bytes
-// here; ZentTamselMap adds the types.
+// writer, or a reader / shadow), the mode and mount status, the owner's
+// listener, and the corruption handler. Keys and records are bytes here;
+// ZentTamselMap adds the types.
 
 #include <cstdint>
 #include <functional>
@@ -11,13 +11,14 @@
 #include <string>
 
 #include "Tunnel/framework/Dabin.h"
-#include "Tunnel/framework/Entity.h"
 #include "Tunnel/shmem/LocalTable.h"
 #include "Tunnel/shmem/Reader.h"
 #include "Tunnel/shmem/Writer.h"
-#include "Tunnel/shmem/ZentTamsel.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {
+
+class MountRegistry;
 
 DABIN_FACILITY("ZentTamsel");
 
@@ -27,11 +28,18 @@ class CorruptionException : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// What the owner of a collection hears from its binding. The reader's own
+// handler interface carries the key changes, resynchronisations and
+// quiescence straight from the shared table; the binding adds the changes of
+// its mount status.
+class CollectionListener : public Tamsel::Reader::Handler {
+ public:
+  // The mode or mount status changed (mounted, unmounted).
+  virtual void mountStatusChanged() = 0;
+};
+
 class TamselMapCore {
  public:
-  using KeyCallback = std::function<void(void const* keyBytes)>;
-  using TableCallback = std::function<void()>;
-  using QuiescedCallback = std::function<void(bool)>;
   using CorruptionHandler = std::function<void(std::string const& message)>;
 
   explicit TamselMapCore(Tamsel::TableShape shape);
@@ -39,23 +47,23 @@ class TamselMapCore {
   TamselMapCore(TamselMapCore const&) = delete;
   TamselMapCore& operator=(TamselMapCore const&) = delete;
 
-  // Initialises the binding for its owner: the per-key callback (the table's
-  // xNotify), the whole-table callback (its mount-status handler) and the
-  // quiesced callback. Creates the local default writer.
-  void entity(std::string const& name, Zent::Entity* owner, KeyCallback perKey,
-              TableCallback wholeTable, QuiescedCallback quiesced);
-  bool initialized() const { return initialized_; }
+  // Initialises the binding for its owner, whose listener hears every change
+  // (and must outlive the binding's mount). Creates the local default writer.
+  void entity(std::string const& name, CollectionListener* listener);
   std::string const& name() const { return name_; }
   Tamsel::TableShape const& shape() const { return shape_; }
 
   // Attaches to the shared-memory files of `collection` in `dir` in `mode`,
-  // replacing the local default writer (whose contents are dropped).
+  // replacing the local default writer (whose contents are dropped). A
+  // reader joins `registry`, whose event loop dispatches its notifications.
   void mount(std::string const& dir, std::string const& collection, MountType mode,
-             Tamsel::FilePermissions const& perms);
+             Tamsel::FilePermissions const& perms, MountRegistry& registry);
   // Detaches from shared memory; afterwards every operation is refused.
   void unmount();
   // The owner lost its parent: trace and detach.
   void orphan();
+  // The registry this reader joined is going away.
+  void registryGone() { registry_ = nullptr; }
 
   MountType mode() const { return mode_; }
   MountStatus mountStatus() const { return status_; }
@@ -83,7 +91,7 @@ class TamselMapCore {
 
   uint64_t size() const;
   // Pollable fd of a reader or shadow (-1 for writers), and the dispatch that
-  // turns queued changes into per-key callbacks.
+  // hands queued changes to the listener.
   int fd() const { return reader_ ? reader_->fd() : -1; }
   size_t dispatch(size_t max = SIZE_MAX);
 
@@ -91,18 +99,18 @@ class TamselMapCore {
   // Reports a corrupt record: "<table> Corrupted serialized value detected at
   // offset: <offset>, contents: <hex bytes>".
   std::string corruptionMessage(uint64_t offset, char const* rec, uint32_t len) const;
-  void doCorruptionDetected(std::string const& message);
-  uint64_t corruptions() const { return corruptions_; }
+  // Reporting a corrupt record changes nothing a reader of the table sees.
+  void doCorruptionDetected(std::string const& message) const;
 
  private:
-  class Relay;
+  void mountStatusChanged() {
+    if (listener_) listener_->mountStatusChanged();
+  }
 
   Tamsel::TableShape shape_;
   std::string name_;
-  Zent::Entity* owner_ = nullptr;
-  KeyCallback perKey_;
-  TableCallback wholeTable_;
-  QuiescedCallback quiesced_;
+  CollectionListener* listener_ = nullptr;
+  MountRegistry* registry_ = nullptr;
   CorruptionHandler corruptionHandler_;
   bool initialized_ = false;
   MountType mode_ = MountType::writer;
@@ -111,8 +119,6 @@ class TamselMapCore {
   std::unique_ptr<Tamsel::LocalTable> local_;
   std::unique_ptr<Tamsel::Writer> writer_;
   std::unique_ptr<Tamsel::Reader> reader_;
-  std::unique_ptr<Relay> relay_;
-  uint64_t corruptions_ = 0;
 };
 
 }  // namespace ZentTamsel

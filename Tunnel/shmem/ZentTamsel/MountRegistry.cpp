@@ -1,15 +1,17 @@
-#include "Tunnel/shmem/MountRegistry.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 #include <algorithm>
 #include <poll.h>
 
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 namespace ZentTamsel {
 
-MountRegistry& MountRegistry::instance() {
-  static MountRegistry* r = new MountRegistry;
-  return *r;
+MountRegistry::~MountRegistry() {
+  // Entities released here unmount and leave readers_ while it is intact.
+  auto mounted = std::move(mounted_);
+  mounted.clear();
+  for (auto* c : readers_) c->registryGone();
 }
 
 void MountRegistry::readerIs(TamselMapCore* core, bool present) {

@@ -1,7 +1,7 @@
 #pragma once
-// What this process has mounted: the entities held for their mount paths (as
-// the state database would hold them), and the readers whose notifications
-// an event loop dispatches.
+// What an agent has mounted: the entities held for their mount paths (as the
+// state database would hold them), and the readers whose notifications its
+// event loop dispatches. The agent owns one and hands it to its mounts.
 
 #include <map>
 #include <string>
@@ -15,10 +15,13 @@ class TamselMapCore;
 
 class MountRegistry {
  public:
-  static MountRegistry& instance();
+  MountRegistry() = default;
+  // Releases what is still mounted; readers that outlive it stop reporting.
+  ~MountRegistry();
+  MountRegistry(MountRegistry const&) = delete;
+  MountRegistry& operator=(MountRegistry const&) = delete;
 
   void readerIs(TamselMapCore* core, bool present);
-  std::vector<TamselMapCore*> const& readers() const { return readers_; }
   // Waits up to `timeoutMs` for any reader's fd (-1: forever, 0: no wait) and
   // dispatches every reader that has news. Returns notifications delivered.
   size_t dispatchAll(int timeoutMs);
@@ -26,7 +29,6 @@ class MountRegistry {
   void mountedIs(std::string const& dir, Zent::Ptr<Zent::Entity> const& e);
   // Removes and returns every entity mounted at `dir`.
   std::vector<Zent::Ptr<Zent::Entity>> unmountedIs(std::string const& dir);
-  size_t mounts() const { return mounted_.size(); }
 
  private:
   std::vector<TamselMapCore*> readers_;

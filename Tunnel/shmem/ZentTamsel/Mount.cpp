@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
 
 #include <cstring>
 #include <dirent.h>
@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/MountRegistry.h"
 #include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentTamsel {
 
@@ -41,14 +41,15 @@ Zent::Ptr<Zent::Entity> Mount::doMount(Zent::String const& path, Zent::String co
   std::string name = d.substr(d.rfind('/') + 1);
   Zent::Ptr<Zent::Entity> e = type->newEntityForDir(Zent::String(name));
   if (auto* m = dynamic_cast<Mountable*>(e.ptr())) {
-    m->tamselMount(d, info);
-    MountRegistry::instance().mountedIs(d, e);
+    MountRegistry& registry = requireRegistry("doMount");
+    m->tamselMount(d, info, registry);
+    registry.mountedIs(d, e);
   }
   return e;
 }
 
 void Mount::doUnmount(Zent::String const& path) const {
-  for (auto const& e : MountRegistry::instance().unmountedIs(dir(path))) {
+  for (auto const& e : requireRegistry("doUnmount").unmountedIs(dir(path))) {
     if (auto* m = dynamic_cast<Mountable*>(e.ptr())) m->tamselUnmount();
   }
 }
@@ -91,6 +92,9 @@ void Mount::cleanup(Zent::String const& path) const {
   ::rmdir(d.c_str());  // only when nothing else is left in it
 }
 
-size_t dispatchAll(int timeoutMs) { return MountRegistry::instance().dispatchAll(timeoutMs); }
+MountRegistry& Mount::requireRegistry(const char* op) const {
+  fmassert(registry_, "{} on mount {} without a registry", op, stateRoot_.view());
+  return *registry_;
+}
 
 }  // namespace ZentTamsel

@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
 #include <vector>
 
-#include "Tunnel/shmem/TamselMapCore.h"
+#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
 
 namespace ZentTamsel {
 
@@ -59,22 +58,17 @@ class ZentTamselMap {
   TamselMapCore& core() { return core_; }
   TamselMapCore const& core() const { return core_; }
 
-  void entity(std::string const& name, Zent::Entity* owner, std::function<void(Key const&)> perKey,
-              TamselMapCore::TableCallback wholeTable, TamselMapCore::QuiescedCallback quiesced) {
-    core_.entity(
-        name, owner,
-        [this, perKey = std::move(perKey)](void const* bytes) {
-          Key k;
-          std::memcpy(static_cast<void*>(&k), bytes, sizeof(Key));
-          if (core_.mode() == MountType::valueShadow) refreshValue(k);
-          if (perKey) perKey(k);
-        },
-        [this, wholeTable = std::move(wholeTable)] {
-          refreshValues();
-          if (wholeTable) wholeTable();
-        },
-        std::move(quiesced));
+  void entity(std::string const& name, CollectionListener* listener) {
+    core_.entity(name, listener);
   }
+
+  // A value shadow keeps a local copy of every value: its owner refreshes
+  // the copy of a notified key before anyone reads it, and every copy when
+  // the mount status changes or the reader resynchronises.
+  void shadowRefresh(Key const& k) {
+    if (core_.mode() == MountType::valueShadow) refreshValue(k);
+  }
+  void shadowRefreshAll() { refreshValues(); }
 
   // Writes or replaces the record under the value's key.
   void safeWrite(Value const& v) {
@@ -258,8 +252,7 @@ class ZentTamselMap {
 
   bool decode(Value& out, char const* rec, uint32_t len, uint64_t offset) const {
     if (!Marshaller::valid(rec, len)) {
-      const_cast<TamselMapCore&>(core_).doCorruptionDetected(
-          core_.corruptionMessage(offset, rec, len));
+      core_.doCorruptionDetected(core_.corruptionMessage(offset, rec, len));
       return false;
     }
     Marshaller::read(out, rec, len);
