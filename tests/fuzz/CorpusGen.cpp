@@ -20,32 +20,27 @@ namespace {
 namespace fs = std::filesystem;
 
 template <typename T>
-void writeSeed(fs::path const& dir, size_t index, std::string const& variant, T const& e) {
-  std::vector<char> bytes(1 + e.serializeLen());
-  bytes[0] = static_cast<char>(index);
-  e.serialize(bytes.data() + 1);
-  std::string name(entryTypeName(index));
-  name = name.substr(name.rfind(':') + 1);
-  char prefix[8];
-  std::snprintf(prefix, sizeof prefix, "%02zu-", index);
-  std::ofstream(dir / (prefix + name + "-" + variant), std::ios::binary)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-template <typename T>
 void writeSeeds(fs::path const& dir, size_t index) {
   using Traits = test::EntryTraits<T>;
   test::EntryRng rng(0xc0de + static_cast<uint32_t>(index));
-  writeSeed(dir, index, "default", *std::make_unique<T>());
-  writeSeed(dir, index, "small", *std::make_unique<T>(Traits::small()));
-  for (int i = 0; i < 2; ++i) {
+  std::string const name(T::kTypeName);
+  char prefix[8];
+  std::snprintf(prefix, sizeof prefix, "%02zu-", index);
+  auto write = [&](std::string const& variant, T const& e) {
+    std::vector<char> bytes(1 + e.serializeLen());
+    bytes[0] = static_cast<char>(index);
+    e.serialize(bytes.data() + 1);
+    std::ofstream(dir / (prefix + name.substr(name.rfind(':') + 1) + "-" + variant),
+                  std::ios::binary)
+        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  };
+  write("default", *std::make_unique<T>());
+  write("small", *std::make_unique<T>(Traits::small()));
+  for (int i = 0; i < 3; ++i) {  // two random entries, then one with every array full
     auto e = std::make_unique<T>();
-    Traits::randomize(*e, rng, false);
-    writeSeed(dir, index, "random" + std::to_string(i), *e);
+    Traits::randomize(*e, rng, i == 2);
+    write(i == 2 ? "full" : "random" + std::to_string(i), *e);
   }
-  auto full = std::make_unique<T>();
-  Traits::randomize(*full, rng, true);
-  writeSeed(dir, index, "full", *full);
 }
 
 template <size_t... I>

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <string>
@@ -17,7 +19,8 @@
 #include <vector>
 
 #include "Tunnel/framework/Hash.h"
-#include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/Writer.h"
 
 namespace TamselTest {
 
@@ -51,13 +54,17 @@ struct Pipe {
     ::close(fds[1]);
   }
   Pipe(Pipe const&) = delete;
-  Pipe& operator=(Pipe const&) = delete;
   void signal() { (void)!::write(fds[1], "x", 1); }
   bool wait() {
     char c;
     return ::read(fds[0], &c, 1) == 1;
   }
 };
+
+inline bool waitReadable(int fd, int ms) {
+  pollfd p{fd, POLLIN, 0};
+  return ::poll(&p, 1, ms) == 1;
+}
 
 // Runs fn in a child; the child exits 0 when fn returns true.
 inline pid_t forkChild(std::function<bool()> fn) {
@@ -71,7 +78,6 @@ inline pid_t forkChild(std::function<bool()> fn) {
     try {
       ok = fn();
     } catch (...) {
-      ok = false;
     }
     ::_exit(ok ? 0 : 1);
   }
@@ -102,7 +108,7 @@ bool dispatchUntil(Done&& done, Dispatch&& dispatch, int timeoutMs = 10000) {
 }
 
 // A table of 8-byte keys, as the tests use.
-inline Tamsel::TableShape testShape(uint32_t maxPayload, uint32_t queue) {
+inline Tamsel::TableShape testShape(uint32_t maxPayload = 4096, uint32_t queue = 1024) {
   Tamsel::TableShape s;
   s.typeName = "Test::Table";
   s.allocatorName = "TestTable";
@@ -113,6 +119,12 @@ inline Tamsel::TableShape testShape(uint32_t maxPayload, uint32_t queue) {
 }
 
 inline uint32_t keyHash(uint64_t key) { return Zent::hashBytes(&key, sizeof(key)); }
+
+inline uint64_t keyOf(void const* key) {
+  uint64_t k;
+  std::memcpy(&k, key, 8);
+  return k;
+}
 
 // A record of `len` bytes (at least 24) that names its key and generation and
 // ends with a checksum of everything before it.
@@ -128,24 +140,61 @@ inline void fillRecord(char* r, uint64_t key, uint64_t gen, uint32_t len) {
   std::memcpy(r + len - 8, &sum, 8);
 }
 
-inline std::vector<char> makeRecord(uint64_t key, uint64_t gen, uint32_t len) {
-  std::vector<char> r(len);
-  fillRecord(r.data(), key, gen, len);
-  return r;
-}
-
-inline bool recordValid(char const* rec, uint32_t len, uint64_t key) {
-  if (len < 24) return false;
-  uint64_t k, sum;
-  std::memcpy(&k, rec, 8);
+inline bool recordValid(char const* rec, size_t len, uint64_t key) {
+  uint64_t sum;
+  if (len < 24 || keyOf(rec) != key) return false;
   std::memcpy(&sum, rec + len - 8, 8);
-  return k == key && sum == Zent::hashBytes(rec, len - 8, 7);
+  return sum == Zent::hashBytes(rec, static_cast<uint32_t>(len - 8), 7);
 }
 
-inline uint64_t recordGen(char const* rec) {
-  uint64_t g;
-  std::memcpy(&g, rec + 8, 8);
-  return g;
+inline uint64_t recordGen(char const* rec) { return keyOf(rec + 8); }
+
+inline void put(Tamsel::Writer& w, uint64_t key, uint64_t gen, uint32_t len) {
+  w.write(&key, keyHash(key), len, [&](char* dst) { fillRecord(dst, key, gen, len); });
 }
+
+inline bool del(Tamsel::Writer& w, uint64_t key) {
+  return w.remove(&key, keyHash(key), [](char const*, uint32_t) {});
+}
+
+// What a view holds for a key whose record is torn, or listed twice.
+constexpr uint64_t kBadRecord = ~uint64_t{0};
+
+// A reader's content by scan: key -> generation.
+inline std::map<uint64_t, uint64_t> scan(Tamsel::Reader const& r) {
+  std::map<uint64_t, uint64_t> out;
+  r.forEach([&](void const* key, char const* rec, uint32_t len, uint64_t) {
+    uint64_t k = keyOf(key);
+    auto [it, fresh] = out.emplace(k, recordValid(rec, len, k) ? recordGen(rec) : kBadRecord);
+    if (!fresh) it->second = kBadRecord;
+  });
+  return out;
+}
+
+// Follows a table from notifications alone, reading each key that changed,
+// as an agent mirroring the table does.
+struct Follower : Tamsel::Reader::Handler {
+  explicit Follower(Tamsel::Reader& r) : reader(r) {}
+  Tamsel::Reader& reader;
+  std::map<uint64_t, uint64_t> view;  // key -> generation
+  std::vector<uint64_t> keys;         // every notification, in order
+  std::vector<bool> quiesced;
+  int resyncs = 0;
+  uint64_t torn = 0;
+  std::vector<char> buf;
+  void keyChanged(void const* key) override {
+    uint64_t k = keyOf(key);
+    keys.push_back(k);
+    if (!reader.readCopy(&k, keyHash(k), buf)) {
+      view.erase(k);
+    } else if (recordValid(buf.data(), buf.size(), k)) {
+      view[k] = recordGen(buf.data());
+    } else {
+      ++torn;
+    }
+  }
+  void resynchronised(bool) override { ++resyncs; }
+  void quiescedChanged(bool q) override { quiesced.push_back(q); }
+};
 
 }  // namespace TamselTest
