@@ -2,7 +2,7 @@
 # so the layering is written down once and checked at configure time: a target
 # may depend only on targets of its own layer or a lower one.
 #
-#   tunnel_add_library(TunnelTable LAYER model SRCS a.cpp b.cpp DEPS Tunnel::shmem)
+#   tunnel_add_library(TunnelTable LAYER model SRCS a.cpp b.cpp DEPS Tunnel::ZentTamsel)
 #   tunnel_add_test(framework_tests SRCS x.cpp DEPS Tunnel::framework [LABELS tsan])
 
 set(TUNNEL_LAYERS framework net shmem model statemachines frontend tools)

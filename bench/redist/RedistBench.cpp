@@ -17,7 +17,7 @@
 
 #include "Tunnel/LdpTunnelRedistConfigSm/LdpTunnelRedistConfigSm.h"
 #include "Tunnel/TunnelMount/TunnelMount.h"
-#include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
 
 using namespace Tunnel::TunnelTable;

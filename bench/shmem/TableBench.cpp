@@ -29,8 +29,8 @@
 #include <benchmark/benchmark.h>
 
 #include "Tunnel/framework/Hash.h"
-#include "Tunnel/shmem/Reader.h"
-#include "Tunnel/shmem/Writer.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
+#include "Tunnel/shmem/Tamsel/Writer.h"
 #include "bench/common/HugePages.h"
 
 namespace {

@@ -16,8 +16,8 @@
 
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/Tables.h"
-#include "Tunnel/shmem/Reader.h"
-#include "Tunnel/shmem/Writer.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
+#include "Tunnel/shmem/Tamsel/Writer.h"
 
 using namespace Tunnel::TunnelTable;
 

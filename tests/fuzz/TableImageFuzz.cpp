@@ -22,8 +22,8 @@
 #include <vector>
 
 #include "Tunnel/framework/Hash.h"
-#include "Tunnel/shmem/Reader.h"
-#include "Tunnel/shmem/Writer.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
+#include "Tunnel/shmem/Tamsel/Writer.h"
 #include "tests/fuzz/FuzzHarness.h"
 
 namespace {

@@ -16,7 +16,7 @@
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"

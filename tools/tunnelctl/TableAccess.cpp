@@ -10,7 +10,7 @@
 
 #include "Tunnel/TunnelTable/TunnelTableIdentifier.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
 #include "tools/tunnelctl/CtlCommon.h"
 
 namespace TunnelCtl {

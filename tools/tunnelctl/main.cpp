@@ -5,7 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "tools/tunnelctl/Commands.h"
 
 using namespace TunnelCtl;

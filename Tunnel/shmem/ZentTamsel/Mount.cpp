@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentTamsel {

@@ -11,9 +11,9 @@
 #include <string>
 
 #include "Tunnel/framework/Dabin.h"
-#include "Tunnel/shmem/LocalTable.h"
-#include "Tunnel/shmem/Reader.h"
-#include "Tunnel/shmem/Writer.h"
+#include "Tunnel/shmem/Tamsel/LocalTable.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
+#include "Tunnel/shmem/Tamsel/Writer.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Registry.h"
+#include "Tunnel/shmem/Tamsel/Registry.h"
 
 #include <atomic>
 #include <cstring>
@@ -8,7 +8,7 @@
 
 #include <fmt/format.h>
 
-#include "Tunnel/shmem/Atomic.h"
+#include "Tunnel/shmem/Tamsel/Atomic.h"
 
 namespace Tamsel {
 

@@ -11,9 +11,9 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include "Tunnel/shmem/Layout.h"
-#include "Tunnel/shmem/ShmFile.h"
-#include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Tamsel/Layout.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/Table.h"
 
 namespace Tamsel {
 

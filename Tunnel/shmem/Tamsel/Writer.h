@@ -13,10 +13,10 @@
 #include <sys/un.h>
 #include <vector>
 
-#include "Tunnel/shmem/Atomic.h"
-#include "Tunnel/shmem/Registry.h"
-#include "Tunnel/shmem/ShmFile.h"
-#include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Tamsel/Atomic.h"
+#include "Tunnel/shmem/Tamsel/Registry.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/Table.h"
 
 namespace Tamsel {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Tamsel/Table.h"
 
 namespace Tamsel {
 

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Table.h"
+#include "Tunnel/shmem/Tamsel/Table.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Writer.h"
+#include "Tunnel/shmem/Tamsel/Writer.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/Reader.h"
+#include "Tunnel/shmem/Tamsel/Reader.h"
 
 #include <algorithm>
 #include <atomic>

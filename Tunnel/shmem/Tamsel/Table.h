@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Tunnel/shmem/Layout.h"
+#include "Tunnel/shmem/Tamsel/Layout.h"
 
 namespace Tamsel {
 

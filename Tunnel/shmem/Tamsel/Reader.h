@@ -16,11 +16,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Tunnel/shmem/Atomic.h"
-#include "Tunnel/shmem/Registry.h"
-#include "Tunnel/shmem/ShmFile.h"
-#include "Tunnel/shmem/Table.h"
-#include "Tunnel/shmem/Tsan.h"
+#include "Tunnel/shmem/Tamsel/Atomic.h"
+#include "Tunnel/shmem/Tamsel/Registry.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
+#include "Tunnel/shmem/Tamsel/Table.h"
+#include "Tunnel/shmem/Tamsel/Tsan.h"
 
 namespace Tamsel {
 

@@ -1,4 +1,4 @@
-#include "Tunnel/shmem/LocalTable.h"
+#include "Tunnel/shmem/Tamsel/LocalTable.h"
 
 namespace Tamsel {
 
