@@ -18,19 +18,24 @@ ReaderRegistry::~ReaderRegistry() {
 }
 
 void ReaderRegistry::open(TablePaths const& paths, bool create, FilePermissions const& perms) {
-  bool created = false;
-  fd_ = create ? openOwnedFile(paths.registry, true, perms, &created)
-               : openExistingFile(paths.registry, true);
-  if (created) reserveSpace(fd_, paths.registry, sizeof(RegistryHeader));
+  fd_ =
+      create ? openOwnedFile(paths.registry, true, perms) : openExistingFile(paths.registry, true);
+  // The writer, which holds the table's lock, makes the registry whole: an
+  // earlier writer may have died while creating it, before its magic.
+  if (create && fileSize(fd_, paths.registry) < sizeof(RegistryHeader)) {
+    reserveSpace(fd_, paths.registry, sizeof(RegistryHeader));
+  }
   if (fileSize(fd_, paths.registry) < sizeof(RegistryHeader)) {
     throw Error(fmt::format("{} is truncated", paths.registry), EINVAL);
   }
   map_.map(fd_, paths.registry, sizeof(RegistryHeader), true);
   auto* h = header();
-  if (created) {
+  bool valid = loadAcquire(h->magic) == kRegistryMagic && h->maxReaders == kMaxReaders;
+  if (!valid && create) {
+    std::memset(static_cast<void*>(h), 0, sizeof(RegistryHeader));
     h->maxReaders = kMaxReaders;
     storeRelease(h->magic, kRegistryMagic);
-  } else if (loadAcquire(h->magic) != kRegistryMagic || h->maxReaders != kMaxReaders) {
+  } else if (!valid) {
     throw Error(fmt::format("{} is not a reader registry", paths.registry), EINVAL);
   }
 }

@@ -177,6 +177,22 @@ TEST_F(TamselTest, KeysRewrittenByANewWriterAreReportedWhateverCameBetween) {
   }
 }
 
+// A writer killed while it created the reader registry (file there, magic not
+// yet) must not leave a table that no later writer can take over.
+TEST_F(TamselTest, NextWriterRepairsARegistryItsPredecessorDidNotFinish) {
+  for (off_t size : {off_t{0}, off_t{4096}}) {
+    StateRoot caseRoot;
+    std::make_unique<Writer>(caseRoot.path(), "entry", testShape()).reset();
+    std::string registry = caseRoot.path() + "/entry.readers";
+    ASSERT_EQ(::truncate(registry.c_str(), 0), 0);
+    ASSERT_EQ(::truncate(registry.c_str(), size), 0);
+    Writer w(caseRoot.path(), "entry", testShape());
+    put(w, 1, 1, 64);
+    Reader r(caseRoot.path(), "entry", 8);
+    EXPECT_EQ(r.count(), 1u);
+  }
+}
+
 TEST_F(TamselTest, FilesAreCreatedWithTheMountModeWhateverTheUmask) {
   mode_t old = ::umask(0);
   for (auto [mask, mode, want] : {std::tuple{0, 0640, 0640}, std::tuple{077, 0, 0600}}) {
