@@ -76,27 +76,10 @@ class BgpLuPushTunnelTableEntry : public TunnelTableEntry {
     return std::tuple{field("via", &E::via_, DumpAs::list), field("labels", &E::labels_)};
   }
 
-  friend bool operator==(BgpLuPushTunnelTableEntry const& a, BgpLuPushTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, BgpLuPushTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(BgpLuPushTunnelTableEntry)
   explicit operator bool() const;
 
-  // TunnelId, tep, "labels: <op>", then "Vias #<n> " and one line per via.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<BgpLuPushTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(BgpLuPushTunnelTableEntry)
 
  private:
   ViaArray via_;
@@ -166,28 +149,10 @@ class BgpLuTunnelTableEntry : public TunnelTableEntry {
                       field("bgpLinkBw", &E::bgpLinkBw_, DumpAs::hidden)};
   }
 
-  friend bool operator==(BgpLuTunnelTableEntry const& a, BgpLuTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, BgpLuTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(BgpLuTunnelTableEntry)
   explicit operator bool() const;
 
-  // TunnelId, tep, labels, contribution, bgpMetric, bgpMetricType, bgpPref,
-  // then the vias.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<BgpLuTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(BgpLuTunnelTableEntry)
 
  private:
   ViaArray via_;

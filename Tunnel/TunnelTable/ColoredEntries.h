@@ -43,27 +43,10 @@ class ColoredTunnelTableEntry : public TunnelTableEntry {
                       field("igpMetric", &E::igpMetric_)};
   }
 
-  friend bool operator==(ColoredTunnelTableEntry const& a, ColoredTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, ColoredTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(ColoredTunnelTableEntry)
   explicit operator bool() const { return *this != ColoredTunnelTableEntry(); }
 
-  // The TunnelId, tep, color, igpPref and igpMetric lines.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<ColoredTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(ColoredTunnelTableEntry)
 
  private:
   uint32_t color_ = 0;
@@ -81,10 +64,7 @@ class SrTePolicyTunnelTableEntry : public ColoredTunnelTableEntry {
   SrTePolicyTunnelTableEntry(Zent::String::IteratorConst& it,
                              Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, SrTePolicyTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(SrTePolicyTunnelTableEntry)
   explicit operator bool() const { return *this != SrTePolicyTunnelTableEntry(); }
 };
 
@@ -125,18 +105,8 @@ class FlexAlgoTunnelTableEntry : public ColoredTunnelTableEntry {
     return std::tuple{field("isColored", &E::isColored_), field("via", &E::via_, DumpAs::list)};
   }
 
-  friend bool operator==(FlexAlgoTunnelTableEntry const& a, FlexAlgoTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, FlexAlgoTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(FlexAlgoTunnelTableEntry)
   explicit operator bool() const { return *this != FlexAlgoTunnelTableEntry(); }
-
-  // The colored lines, isColored, then the vias.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const;
   // Deliberately the bound, whatever the via count.

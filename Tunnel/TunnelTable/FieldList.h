@@ -9,11 +9,12 @@
 // count and raw elements; a type whose record is not its bytes specialises
 // FieldRecord. The dump shows the scalar fields in order and the lists last.
 //
-// A new entry type is its members, fields(), FieldParent, and one-line
-// operations calling FieldWalk (IgpEntries.h is the pattern); its table's
+// A new entry type is its members, fields(), FieldParent, and the operation
+// macros at the end of this file (IgpEntries.h is the pattern); its table's
 // bound is kMaxSerializedLen.
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -238,3 +239,38 @@ class FieldWalk {
 };
 
 }  // namespace Tunnel::TunnelTable
+
+// The operations every entry type forwards to FieldWalk, written once so the
+// types cannot drift apart; a type invokes them in its class body. `Type` is
+// the entry type the operations are for (a template passes its derived type),
+// and Type::kTypeName names it. A type whose operation differs leaves out that
+// macro and writes its members by hand.
+//
+// Stream text: stringValue() and operator<<.
+#define TUNNEL_ENTRY_TEXT_OPS(Type)                                        \
+  std::string stringValue() const {                                        \
+    return ::Tunnel::TunnelTable::FieldWalk::text(*this, Type::kTypeName); \
+  }                                                                        \
+  friend std::ostream& operator<<(std::ostream& os, Type const& e) { return os << e.stringValue(); }
+// Value: operator==, hash(), the stream text and dumpState().
+#define TUNNEL_ENTRY_VALUE_OPS(Type)                                          \
+  friend bool operator==(Type const& a, Type const& b) {                      \
+    return ::Tunnel::TunnelTable::FieldWalk::equal(a, b);                     \
+  }                                                                           \
+  uint32_t hash(uint32_t seed = 0) const {                                    \
+    return ::Tunnel::TunnelTable::FieldWalk::hash(*this, seed);               \
+  }                                                                           \
+  TUNNEL_ENTRY_TEXT_OPS(Type)                                                 \
+  void dumpState(::Tunnel::TunnelTable::DumpContext* ctx, int indent) const { \
+    ::Tunnel::TunnelTable::FieldWalk::dump(*this, ctx, indent);               \
+  }
+// Record: serialize(), serializeLen(), deserialize() and deserializeLen().
+#define TUNNEL_ENTRY_RECORD_OPS(Type)                                                          \
+  void serialize(void* buf) const { ::Tunnel::TunnelTable::FieldWalk::serialize(*this, buf); } \
+  uint32_t serializeLen() const { return ::Tunnel::TunnelTable::FieldWalk::recordLen(*this); } \
+  void deserialize(void const* buf, unsigned len) {                                            \
+    ::Tunnel::TunnelTable::FieldWalk::deserialize(*this, buf, len, Type::kTypeName);           \
+  }                                                                                            \
+  uint32_t deserializeLen(void const* buf, unsigned len) const {                               \
+    return ::Tunnel::TunnelTable::FieldWalk::deserializeLen<Type>(buf, len);                   \
+  }

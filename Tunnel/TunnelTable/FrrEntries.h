@@ -46,28 +46,10 @@ class FrrTunnelTableEntry : public TunnelTableEntry {
                       field("seqNo", &E::seqNo_)};
   }
 
-  friend bool operator==(FrrTunnelTableEntry const& a, FrrTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, FrrTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(FrrTunnelTableEntry)
   explicit operator bool() const { return *this != FrrTunnelTableEntry(); }
 
-  // The base lines, then the via, backup via, usability and sequence number.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  // The tail is byte-packed: seqNo is unaligned in the record.
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<FrrTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(FrrTunnelTableEntry)
 
  private:
   MplsVia via_;
@@ -85,10 +67,7 @@ class RsvpFrrTunnelTableEntry : public FrrTunnelTableEntry {
   explicit RsvpFrrTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
   RsvpFrrTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, RsvpFrrTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(RsvpFrrTunnelTableEntry)
   explicit operator bool() const { return *this != RsvpFrrTunnelTableEntry(); }
 };
 
@@ -102,10 +81,7 @@ class RsvpLerSubTunnelTableEntry : public FrrTunnelTableEntry {
   RsvpLerSubTunnelTableEntry(Zent::String::IteratorConst& it,
                              Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, RsvpLerSubTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(RsvpLerSubTunnelTableEntry)
   explicit operator bool() const { return *this != RsvpLerSubTunnelTableEntry(); }
 };
 
@@ -118,10 +94,7 @@ class TiLfaTunnelTableEntry : public FrrTunnelTableEntry {
   explicit TiLfaTunnelTableEntry(TunnelId tunnelId) : FrrTunnelTableEntry(tunnelId) {}
   TiLfaTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, TiLfaTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(TiLfaTunnelTableEntry)
   explicit operator bool() const { return *this != TiLfaTunnelTableEntry(); }
 };
 

@@ -56,27 +56,10 @@ class IgpTunnelTableEntryBase : public TunnelTableEntry {
                       field("via", &E::via_, DumpAs::list)};
   }
 
-  friend bool operator==(IgpTunnelTableEntryBase const& a, IgpTunnelTableEntryBase const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, IgpTunnelTableEntryBase const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(IgpTunnelTableEntryBase)
   explicit operator bool() const { return *this != IgpTunnelTableEntryBase(); }
 
-  // The base lines, the IGP metrics and preferences, then the vias.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<IgpTunnelTableEntryBase>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(IgpTunnelTableEntryBase)
 
  private:
   uint32_t igpMetric_ = 0;
@@ -97,10 +80,7 @@ class LdpTunnelTableEntry : public IgpTunnelTableEntryBase {
       : IgpTunnelTableEntryBase(tunnelId, kDefaultEntryPref) {}
   LdpTunnelTableEntry(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, LdpTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(LdpTunnelTableEntry)
   explicit operator bool() const { return *this != LdpTunnelTableEntry(); }
 };
 
@@ -119,10 +99,7 @@ class SrTunnelTableEntry : public IgpTunnelTableEntryBase {
   // after setting the identifier. (The name is spelled so.)
   void intializeSrTunnelEntry() { entryPrefIs(getDefaultPrefForType(tunnelId().tunnelType())); }
 
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, SrTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(SrTunnelTableEntry)
   explicit operator bool() const { return *this != SrTunnelTableEntry(); }
 };
 

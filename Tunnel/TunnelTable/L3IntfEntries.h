@@ -44,18 +44,8 @@ class L3IntfTunnelTableEntry : public TunnelTableEntry {
     return std::tuple{field("via", &L3IntfTunnelTableEntry::via_, DumpAs::list)};
   }
 
-  friend bool operator==(L3IntfTunnelTableEntry const& a, L3IntfTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, L3IntfTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(L3IntfTunnelTableEntry)
   explicit operator bool() const;
-
-  // TunnelId, tep, then "Vias #<n> " and one line per via.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const { writeRecord(buf); }
   uint32_t serializeLen() const { return recordLen(); }
@@ -120,19 +110,11 @@ class L3IntfTunnelTableEntryWithInfo : public L3IntfTunnelTableEntry {
     return std::tuple{field("tunnelInfo", &L3IntfTunnelTableEntryWithInfo::tunnelInfo_)};
   }
 
-  friend bool operator==(Derived const& a, Derived const& b) { return FieldWalk::equal(a, b); }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, Derived::kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, Derived const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(Derived)
   explicit operator bool() const {
     static Derived const kDefault;
     return static_cast<Derived const&>(*this) != kDefault;
   }
-
-  // TunnelId, tep, "tunnelInfo: <text>", then the vias.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   void serialize(void* buf) const { writeRecord(buf, tunnelInfo_); }
   uint32_t serializeLen() const { return recordLen<Info>(); }

@@ -41,28 +41,10 @@ class NexthopGroupTunnelTableEntry : public TunnelTableEntry {
                       field("igpPref", &E::igpPref_)};
   }
 
-  friend bool operator==(NexthopGroupTunnelTableEntry const& a,
-                         NexthopGroupTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, NexthopGroupTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(NexthopGroupTunnelTableEntry)
   explicit operator bool() const { return *this != NexthopGroupTunnelTableEntry(); }
 
-  // TunnelId, tep, nhgId, igpMetric, igpPref.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return kMaxSerializedLen; }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<NexthopGroupTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(NexthopGroupTunnelTableEntry)
 
  private:
   uint32_t nhgId_ = 0;

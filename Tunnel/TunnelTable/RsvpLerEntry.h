@@ -64,27 +64,10 @@ class RsvpLerTunnelTableEntry : public FrrTunnelTableEntry {
                       field("splitVia", &E::splitVia_, DumpAs::list, "Split vias")};
   }
 
-  friend bool operator==(RsvpLerTunnelTableEntry const& a, RsvpLerTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, RsvpLerTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(RsvpLerTunnelTableEntry)
   explicit operator bool() const { return *this != RsvpLerTunnelTableEntry(); }
 
-  // The FRR lines, the LER fields, then the split vias.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<RsvpLerTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(RsvpLerTunnelTableEntry)
 
  private:
   uint32_t metric_ = 0;

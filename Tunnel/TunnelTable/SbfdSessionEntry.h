@@ -43,19 +43,8 @@ class ZorbSdkSbfdSessionTunnelTableEntry : public TunnelTableEntry {
     return std::tuple{field("via", &E::via_, DumpAs::bare)};
   }
 
-  friend bool operator==(ZorbSdkSbfdSessionTunnelTableEntry const& a,
-                         ZorbSdkSbfdSessionTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, ZorbSdkSbfdSessionTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(ZorbSdkSbfdSessionTunnelTableEntry)
   explicit operator bool() const { return *this != ZorbSdkSbfdSessionTunnelTableEntry(); }
-
-  // TunnelId, tep, then the via's line.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
 
   // Its own compact record, written by hand.
   void serialize(void* buf) const;

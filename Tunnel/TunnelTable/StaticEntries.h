@@ -52,27 +52,10 @@ class StaticTunnelTableEntry : public TunnelTableEntry {
                       field("backupVia", &E::backupVia_, DumpAs::list, "Backup Vias")};
   }
 
-  friend bool operator==(StaticTunnelTableEntry const& a, StaticTunnelTableEntry const& b) {
-    return FieldWalk::equal(a, b);
-  }
-  uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, StaticTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_VALUE_OPS(StaticTunnelTableEntry)
   explicit operator bool() const;
 
-  // TunnelId, tep, "Vias #<n> " and the vias, "Backup Vias #<m> " and those.
-  void dumpState(DumpContext* ctx, int indent) const { FieldWalk::dump(*this, ctx, indent); }
-
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<StaticTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(StaticTunnelTableEntry)
 
  private:
   MplsViaArray via_;
@@ -113,23 +96,13 @@ class SrTeSegmentListTunnelTableEntry : public TunnelTableEntry {
     return FieldWalk::equal(a, b);
   }
   uint32_t hash(uint32_t seed = 0) const { return FieldWalk::hash(*this, seed); }
-  std::string stringValue() const { return FieldWalk::text(*this, kTypeName); }
-  friend std::ostream& operator<<(std::ostream& os, SrTeSegmentListTunnelTableEntry const& e) {
-    return os << e.stringValue();
-  }
+  TUNNEL_ENTRY_TEXT_OPS(SrTeSegmentListTunnelTableEntry)
   explicit operator bool() const;
 
   // TunnelId, nextHopTunnelId, tep, "Vias #<n> " and one MPLS via line each.
   void dumpState(DumpContext* ctx, int indent) const;
 
-  void serialize(void* buf) const { FieldWalk::serialize(*this, buf); }
-  uint32_t serializeLen() const { return FieldWalk::recordLen(*this); }
-  void deserialize(void const* buf, unsigned len) {
-    FieldWalk::deserialize(*this, buf, len, kTypeName);
-  }
-  uint32_t deserializeLen(void const* buf, unsigned len) const {
-    return FieldWalk::deserializeLen<SrTeSegmentListTunnelTableEntry>(buf, len);
-  }
+  TUNNEL_ENTRY_RECORD_OPS(SrTeSegmentListTunnelTableEntry)
 
  private:
   MplsViaArray via_;
