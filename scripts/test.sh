@@ -12,7 +12,7 @@ export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 bash scripts/setup.sh
 jobs=$(nproc)
 
-step() { printf '\n== %s\n' "$*"; }
+step() { printf '\n== %s (at %d s)\n' "$*" "$SECONDS"; }
 
 step "AddressSanitizer + UndefinedBehaviorSanitizer"
 cmake --preset asan >/dev/null
@@ -33,4 +33,4 @@ cmake --build --preset clang-release -j "$jobs"
 
 step "clang-format and clang-tidy"
 bash scripts/lint.sh build/clang-release
-echo "test.sh: all green"
+echo "test.sh: all green in $SECONDS s"
