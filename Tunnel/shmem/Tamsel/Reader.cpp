@@ -179,11 +179,8 @@ void Reader::backoff(int attempt) {
 }
 
 Error Reader::corruptAt(uint64_t off, const char* what) const {
-  std::string hex;
-  for (uint64_t i = off; i < off + 32 && i < map_.size(); ++i) {
-    fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<uint8_t>(map_.base()[i]));
-  }
-  if (hex.empty()) hex = "none, beyond the file";
+  uint64_t there = off < map_.size() ? std::min<uint64_t>(map_.size() - off, 32) : 0;
+  std::string hex = there ? hexBytes(at(off), there, 32) : "none, beyond the file";
   return Error(
       fmt::format("{} is corrupt at offset {}: {}, contents: {}", paths_.table, off, what, hex),
       EINVAL);
@@ -317,18 +314,24 @@ void Reader::resync(Handler& handler, bool overflow) {
   handler.resynchronised(overflow);
 }
 
-void Reader::notifyQueued(uint64_t from, uint64_t to, Handler& handler) {
-  if (to - from >= queueCap_) return;
-  std::vector<char> batch((to - from) * entrySize_);
+bool Reader::copyQueued(uint64_t from, uint64_t n, std::vector<char>& out) const {
+  out.resize(n * entrySize_);
   {
+    // Entries the writer overwrites meanwhile are caught by the check below
+    // and by each entry's position.
     OptimisticReads copy;
-    for (uint64_t p = from; p < to; ++p) {
-      std::memcpy(batch.data() + (p - from) * entrySize_,
-                  at(queueOffset_ + (p & (queueCap_ - 1)) * entrySize_), entrySize_);
+    for (uint64_t k = 0; k < n; ++k) {
+      std::memcpy(out.data() + k * entrySize_,
+                  at(queueOffset_ + ((from + k) & (queueCap_ - 1)) * entrySize_), entrySize_);
     }
   }
   std::atomic_thread_fence(std::memory_order_acquire);
-  if (loadRelaxed(header()->queueHead) - from >= queueCap_) return;
+  return loadRelaxed(header()->queueHead) - from < queueCap_;
+}
+
+void Reader::notifyQueued(uint64_t from, uint64_t to, Handler& handler) {
+  std::vector<char> batch;
+  if (to - from >= queueCap_ || !copyQueued(from, to - from, batch)) return;
   for (uint64_t p = from; p < to; ++p) {
     char const* e = batch.data() + (p - from) * entrySize_;
     if (reinterpret_cast<QueueEntryHeader const*>(e)->position == p) {
@@ -345,7 +348,6 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
   size_t delivered = 0;
   uint32_t const entrySize = entrySize_;
   uint64_t const cap = queueCap_;
-  uint64_t const queueOffset = queueOffset_;
   for (;;) {
     if (delivered >= max) {
       selfWake();  // come back through the event loop for the rest
@@ -378,17 +380,7 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
       continue;
     }
     uint64_t n = std::min<uint64_t>({head - pos_, 256, max - delivered});
-    batch_.resize(n * entrySize);
-    {
-      // Entries the writer overwrites meanwhile are caught by the checks below.
-      OptimisticReads copy;
-      for (uint64_t k = 0; k < n; ++k) {
-        std::memcpy(batch_.data() + k * entrySize,
-                    at(queueOffset + ((pos_ + k) & (cap - 1)) * entrySize), entrySize);
-      }
-    }
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (loadRelaxed(header()->queueHead) - pos_ >= cap) {
+    if (!copyQueued(pos_, n, batch_)) {
       resync(handler, true);  // the writer lapped us while we copied
       continue;
     }

@@ -253,6 +253,9 @@ class Reader {
   void retried(Retries& r, uint64_t where, uint64_t what) const;
   // Reports the keys of the queue entries [from, to) that are still intact.
   void notifyQueued(uint64_t from, uint64_t to, Handler& handler);
+  // Copies the queue entries [from, from + n) into `out`; false when the
+  // writer lapped them meanwhile, so that the copies are not to be trusted.
+  bool copyQueued(uint64_t from, uint64_t n, std::vector<char>& out) const;
 
   void resync(Handler& handler, bool overflow);
   void keyNotified(void const* key, uint32_t hash, Handler& handler);

@@ -23,13 +23,18 @@ mode_t dirMode(mode_t fileMode) {
   return m & 0777;
 }
 
-void checkOwned(int fd, std::string const& path) {
+struct stat regularFile(int fd, std::string const& path) {
   struct stat st {};
   if (::fstat(fd, &st) != 0) {
     int err = errno;
     throw Error(fmt::format("cannot stat {}: {}", path, errnoText(err)), err);
   }
   if (!S_ISREG(st.st_mode)) throw Error(fmt::format("{} is not a regular file", path), EINVAL);
+  return st;
+}
+
+void checkOwned(int fd, std::string const& path) {
+  struct stat st = regularFile(fd, path);
   if (st.st_uid != ::geteuid()) {
     throw Error(fmt::format("{} is owned by uid {}, not by this process's uid {}; refusing it",
                             path, st.st_uid, ::geteuid()),
@@ -116,10 +121,11 @@ int openOwnedFile(std::string const& path, bool create, FilePermissions const& p
 
 int openExistingFile(std::string const& path, bool writable) {
   int fd = openNoFollow(path, writable ? O_RDWR : O_RDONLY);
-  struct stat st {};
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+  try {
+    regularFile(fd, path);
+  } catch (...) {
     ::close(fd);
-    throw Error(fmt::format("{} is not a regular file", path), EINVAL);
+    throw;
   }
   return fd;
 }

@@ -52,4 +52,15 @@ void checkPayload(TableShape const& shape, uint32_t len) {
   }
 }
 
+std::string hexBytes(char const* bytes, uint64_t len, uint64_t shown) {
+  std::string hex;
+  uint64_t n = std::min(len, shown);
+  hex.reserve(n * 2 + 3);
+  for (uint64_t i = 0; i < n; ++i) {
+    fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<uint8_t>(bytes[i]));
+  }
+  if (n < len) hex += "...";
+  return hex;
+}
+
 }  // namespace Tamsel

@@ -47,6 +47,10 @@ class SizeClasses {
 // message (Zent::RangeException), before anything is written.
 void checkPayload(TableShape const& shape, uint32_t len);
 
+// The first `shown` of `len` bytes in hex, "..." after them when there are
+// more: how corruption reports show what they found.
+std::string hexBytes(char const* bytes, uint64_t len, uint64_t shown);
+
 inline uint32_t slotBytesFor(uint32_t keySize, uint32_t payload) {
   return slotPayloadOffset(keySize) + roundUp8(payload);
 }

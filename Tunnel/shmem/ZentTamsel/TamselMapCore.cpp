@@ -96,15 +96,8 @@ size_t TamselMapCore::dispatch(size_t max) {
 }
 
 std::string TamselMapCore::corruptionMessage(uint64_t offset, char const* rec, uint32_t len) const {
-  std::string hex;
-  uint32_t shown = std::min<uint32_t>(len, 64);
-  hex.reserve(shown * 2 + 3);
-  for (uint32_t i = 0; i < shown; ++i) {
-    fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<uint8_t>(rec[i]));
-  }
-  if (shown < len) hex += "...";
   return fmt::format("{} Corrupted serialized value detected at offset: {}, contents: {}", name_,
-                     offset, hex);
+                     offset, Tamsel::hexBytes(rec, len, 64));
 }
 
 void TamselMapCore::doCorruptionDetected(std::string const& message) const {
