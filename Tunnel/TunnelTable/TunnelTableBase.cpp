@@ -48,10 +48,7 @@ void TunnelTableBase::quiescedChanged(bool quiesced) {
 
 void TunnelTableBase::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
                                   ZentTamsel::MountRegistry& registry) {
-  Tamsel::FilePermissions perms;
-  perms.mode = info.fileMode();
-  if (info.fileGroup() >= 0) perms.group = static_cast<gid_t>(info.fileGroup());
-  entryCore().mount(dir, "entry", info.mountType(), perms, registry);
+  entryCore().mount(dir, "entry", info, registry);
 }
 
 void TunnelTableBase::tamselUnmount() { entryCore().unmount(); }

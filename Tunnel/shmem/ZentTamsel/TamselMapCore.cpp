@@ -28,6 +28,14 @@ void TamselMapCore::entity(std::string const& name, CollectionListener* listener
   status_ = MountStatus::localWriter;
 }
 
+void TamselMapCore::mount(std::string const& dir, std::string const& collection,
+                          MountInfo const& info, MountRegistry& registry) {
+  Tamsel::FilePermissions perms;
+  perms.mode = info.fileMode();
+  if (info.fileGroup() >= 0) perms.group = static_cast<gid_t>(info.fileGroup());
+  mount(dir, collection, info.mountType(), perms, registry);
+}
+
 void TamselMapCore::mount(std::string const& dir, std::string const& collection, MountType mode,
                           Tamsel::FilePermissions const& perms, MountRegistry& registry) {
   fmassert(initialized_, "mount not allowed at this time, initialized:{} keyNotifications:{}",

@@ -58,6 +58,10 @@ class TamselMapCore {
   // reader joins `registry`, whose event loop dispatches its notifications.
   void mount(std::string const& dir, std::string const& collection, MountType mode,
              Tamsel::FilePermissions const& perms, MountRegistry& registry);
+  // The same, with the mode and the permissions of the files a writer
+  // creates taken from a mount descriptor.
+  void mount(std::string const& dir, std::string const& collection, MountInfo const& info,
+             MountRegistry& registry);
   // Detaches from shared memory; afterwards every operation is refused.
   void unmount();
   // The owner lost its parent: trace and detach.
