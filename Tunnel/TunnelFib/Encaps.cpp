@@ -19,6 +19,9 @@ std::string LabelStackEncap::tamselString() const {
 }
 
 void LabelStackEncap::serialize(void* buf) const {
+  // The record keeps the value only; the type is the table's.
+  fmassert(encapId_.encapType() == EncapType::labelStackEncap, "label stack under {}",
+           encapId_.stringValue());
   uint32_t const value = encapId_.encapValue();
   std::memcpy(buf, &value, 4);
   labelStack_.serialize(static_cast<char*>(buf) + 4);

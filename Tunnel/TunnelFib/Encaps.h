@@ -18,7 +18,8 @@ using TunnelTable::EncapType;
 
 // Record (4 + label operation bytes, 6 to 74): the encapId's 32-bit value,
 // then the label operation's own record. The encapId's type is not stored:
-// every member of the label-stack table is of type labelStackEncap.
+// every member of the label-stack table is of type labelStackEncap, and
+// serializing one of another type is a programming error.
 class LabelStackEncap {
  public:
   static constexpr const char* kTypeName = "Tunnel::TunnelFib::LabelStackEncap";

@@ -35,8 +35,8 @@ class ConsolidatedEntry : public Zent::Entity {
   static constexpr Zent::AttributeId kViaInfoId = 1;
   using ViaInfo = Zent::HashMap2018<MplsVia, MplsVia, SelfKey<MplsVia>>;
 
-  explicit ConsolidatedEntry(TunnelId tunnelId)
-      : Entity(Zent::String(tunnelId.stringValue())), tunnelId_(tunnelId) {}
+  // Unnamed: the resolver makes one per tunnel, and the key says which.
+  explicit ConsolidatedEntry(TunnelId tunnelId) : tunnelId_(tunnelId) {}
 
   TunnelId tunnelId() const { return tunnelId_; }
   ViaInfo const& viaInfo() const { return viaInfo_; }
