@@ -1,6 +1,7 @@
 #pragma once
 // A private state root in which the test process itself writes the LDP table
-// (so tunnelctl, another process, sees a live writer), with the demo's entries.
+// (so tunnelctl, another process, sees a live writer), with the demo's entries,
+// and on request the demo's tunnel FIB.
 
 #include <sstream>
 #include <string>
@@ -12,6 +13,7 @@
 #include "Tunnel/TunnelTable/Tables.h"
 #include "tests/shmem/ShmTestUtil.h"
 #include "tests/tools/ToolRunner.h"
+#include "tools/tunnelctl/DemoFib.h"
 #include "tools/tunnelctl/DemoTunnels.h"
 
 namespace ToolTest {
@@ -41,6 +43,10 @@ class CtlFixture : public ::testing::Test {
     ASSERT_TRUE(ldp_);
   }
   void TearDown() override {
+    if (fib_) {
+      fib_ = nullptr;
+      mount_.doUnmount(Zent::String(Tunnel::TunnelFib::TunnelFib::kMountPath));
+    }
     ldp_ = nullptr;
     mounter_.unmount(TunnelTableIdentifier::ldpTunnelTable);
   }
@@ -50,6 +56,11 @@ class CtlFixture : public ::testing::Test {
     LdpTunnelTableEntry e = TunnelCtl::Demo::ldpEntry(index, {true, prefix, vias, 0, metric});
     ldp_->entryIs(e);
     return e;
+  }
+
+  void writeFib() {
+    fib_ = Tunnel::TunnelFib::mountTunnelFib(mount_, ZentTamsel::writer());
+    TunnelCtl::Demo::writeDemoFib(*fib_);
   }
 
   // The command line `args` with this test's state root.
@@ -63,6 +74,8 @@ class CtlFixture : public ::testing::Test {
   ZentTamsel::MountRegistry registry_;
   TunnelTableMounter mounter_{ZentTamsel::Mount(Zent::String(root_.path()), registry_)};
   Zent::Ptr<LdpTunnelTable> ldp_;
+  ZentTamsel::Mount mount_{Zent::String(root_.path()), registry_};
+  Zent::Ptr<Tunnel::TunnelFib::TunnelFib> fib_;
 };
 
 }  // namespace ToolTest

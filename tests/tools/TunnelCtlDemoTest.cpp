@@ -1,6 +1,6 @@
-// The demo as its user runs it, small: a match, the tables kept when asked and
-// readable after their writers are gone, and a clean state root after it ends
-// or is interrupted, with every process it started stopped.
+// The demo as its user runs it, small: a match, the tables and the FIB kept
+// when asked and readable after their writers are gone, and a clean state
+// root after it ends or is interrupted, with every process it started stopped.
 
 #include <csignal>
 #include <filesystem>
@@ -40,6 +40,11 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   EXPECT_EQ(show.code, 0) << show.err;
   EXPECT_NE(show.out.find("'tunnelId': "), std::string::npos);
   EXPECT_NE(show.err.find("the writer of table ldp (pid "), std::string::npos) << show.err;
+  // So is the FIB, whose writer the summary names an example of.
+  auto resolve = run({"resolve", "bgpLuTunnel:1", "--root", root()});
+  EXPECT_EQ(resolve.code, 0) << resolve.err;
+  EXPECT_NE(kept.out.find("bgpLuTunnel:1 resolves to 2 flattened vias"), std::string::npos);
+  EXPECT_NE(resolve.out.find("verdict: 2 flattened vias"), std::string::npos) << resolve.out;
 
   // A second run starts afresh over what the first one left, and removes it.
   auto r = run(demo("1"));
@@ -62,7 +67,8 @@ TEST_F(TunnelCtlDemoTest, InterruptStopsEveryProcessAndCleansTheRoot) {
   }
   auto r = demo.stop(SIGINT);
   EXPECT_EQ(r.code, 1) << r.err;
-  EXPECT_NE(r.out.find("interrupted: stopped 4 processes"), std::string::npos) << r.out;
+  // Four with a progress line, and the FIB's writer, which has none.
+  EXPECT_NE(r.out.find("interrupted: stopped 5 processes"), std::string::npos) << r.out;
   EXPECT_EQ(children.size(), 4u) << r.out;
   for (pid_t p : children) EXPECT_NE(::kill(p, 0), 0) << "demo process " << p << " still runs";
   EXPECT_FALSE(std::filesystem::exists(root()));

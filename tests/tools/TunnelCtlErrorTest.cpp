@@ -24,6 +24,9 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"watch", "nosuch"}), "no such table: nosuch"},
       {withRoot({"counters", "nosuch"}), "no such table: nosuch"},
       {withRoot({"redist", "bgp-lu"}), "no such table: bgpLu"},  // no producer published it
+      {withRoot({"fib"}), "no tunnel FIB under " + root_.path()},
+      {withRoot({"fib", "show", "bgpLuTunnel:1"}), "no tunnel FIB under"},
+      {withRoot({"resolve", "bgpLuTunnel:1"}), "no tunnel FIB under"},
       {withRoot({"demo", "--tunnels", "10", "--seconds", "0.1"}),
        "state root " + root_.path() + " is in use"},
       {{}, ""},
@@ -33,6 +36,9 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"show", "ldp", "noSuchType:1"}), ""},
       {withRoot({"show", "ldp", "0x2000000000000"}), ""},
       {withRoot({"show", "ldp", "--dump", "--json"}), ""},
+      {withRoot({"fib", "show"}), ""},
+      {withRoot({"fib", "show", "ldpTunnel:x"}), ""},
+      {withRoot({"resolve", "noSuchType:1"}), ""},
       {withRoot({"redist", "ospf"}), ""},
       {withRoot({"demo", "--tunnels", "0"}), ""},
   };
@@ -42,7 +48,8 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
     EXPECT_TRUE(!r.err.empty() && has(r.err, message)) << r.err;
   }
   EXPECT_TRUE(ldp_->entryHas(ldpId(1)));
-  for (std::string cmd : {"", "tables", "show", "watch", "counters", "redist", "demo"}) {
+  for (std::string cmd :
+       {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist", "demo"}) {
     auto r = cmd.empty() ? run({"--help"}) : run({cmd, "--help"});
     EXPECT_EQ(r.code, 0) << cmd;
     EXPECT_TRUE(has(r.out, "Usage:")) << cmd << r.out;

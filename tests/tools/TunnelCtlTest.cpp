@@ -1,12 +1,16 @@
 // tunnelctl run as a user runs it, against a table this test process writes:
-// show in its three forms, watch and redist following changes, tables, counters.
+// show in its three forms, watch and redist following changes, tables, counters;
+// and against the demo's FIB: fib in its forms, resolve explaining each path.
 
 #include <csignal>
+#include <set>
 #include <sstream>
+#include <tuple>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
+#include "Tunnel/TunnelFib/TunnelResolver.h"
 #include "Tunnel/TunnelTable/DumpContext.h"
 #include "tests/tools/CtlFixture.h"
 #include "tools/tunnelctl/DemoTunnels.h"
@@ -16,6 +20,8 @@ namespace ToolTest {
 namespace {
 
 using Json = nlohmann::json;
+using Tunnel::TunnelFib::TunnelFibEntry;
+using Tunnel::TunnelFib::TunnelViaIndex;
 
 class TunnelCtlTest : public CtlFixture {};
 
@@ -106,6 +112,115 @@ TEST_F(TunnelCtlTest, TablesAndCountersShowWhatTheLiveWriterPublished) {
   EXPECT_EQ(j["entryIs"], 3);
   EXPECT_EQ(j["entryDel"], 2);
   EXPECT_EQ(j["entryNotify"], 4);
+}
+
+TunnelId fibId(TunnelType type, uint64_t index) {
+  return TunnelId(TunnelId::convertToTunnelValue(type, index));
+}
+
+// The fields of the line of `out` that starts with `head` and a blank.
+std::vector<std::string> row(std::string const& out, std::string const& head) {
+  for (auto const& l : lines(out)) {
+    if (l.starts_with(head + " ")) {
+      std::vector<std::string> fields;
+      std::istringstream in(l);
+      for (std::string f; in >> f;) fields.push_back(f);
+      return fields;
+    }
+  }
+  return {};
+}
+
+TEST_F(TunnelCtlTest, FibListsEntriesAndEncapsulationsAndShowsEntriesInThreeForms) {
+  writeFib();
+  auto list = ctl({"fib"});
+  ASSERT_EQ(list.code, 0) << list.err;
+  EXPECT_TRUE(has(list.out, fmt::format("17 entries, writer pid {}, alive", ::getpid())));
+  EXPECT_EQ(row(list.out, "isisSrTunnel:1"),
+            (std::vector<std::string>{"isisSrTunnel:1", "yes", "ordered", "2", "1", "1"}));
+  EXPECT_EQ(row(list.out, "staticInterfaceTunnel:3"),
+            (std::vector<std::string>{"staticInterfaceTunnel:3", "no", "burn", "0", "1", "0"}));
+  EXPECT_TRUE(has(list.out, "ipsec-gre 102   10.0.0.1 -> 10.0.0.2 key 7 mtu 1476 sa 4097"));
+  auto json = Json::parse(ctl({"fib", "--json"}).out);
+  EXPECT_EQ(json["entries"].size(), 17u);
+  EXPECT_EQ(json["encaps"].size(), 17u);
+  EXPECT_TRUE(has(ctl({"tables"}).out, "fib: tunnel/fib (17 entries"));
+
+  TunnelId const sr1 = fibId(isisSrTunnel, 1);
+  auto const entry = fib_->entry(sr1);
+  auto text = ctl({"fib", "show", "isisSrTunnel:1"});
+  EXPECT_EQ(text.out, entry.stringValue() + "\n");
+  auto dump = ctl({"fib", "show", "isisSrTunnel:1", "--dump"});
+  EXPECT_TRUE(has(dump.out,
+                  "tunnelVia: 1\n    0: nexthop 10.2.0.2 intf Ethernet1 encap "
+                  "label-stack 1 (push 16001)\n  backupTunnelVia: 1\n"))
+      << dump.out;
+  auto j = ctl({"fib", "show", "isisSrTunnel:1", "--json"});
+  EXPECT_EQ(nlohmann::ordered_json::parse(j.out)[0],
+            TunnelCtl::canonicalTextToJson(entry.stringValue()));
+  auto absent = ctl({"fib", "show", "isisSrTunnel:1", "isisSrTunnel:9"});
+  EXPECT_EQ(absent.code, 1);
+  EXPECT_TRUE(has(absent.err, "no entry isisSrTunnel:9")) << absent.err;
+}
+
+// A path of two levels in full; then where walks stop: a missing child ends
+// its parent's walk with the vias after it unexamined, a cycle leaves nothing,
+// and a child of two vias hands its parent an accumulating operation.
+TEST_F(TunnelCtlTest, ResolveExplainsEachLevelAndWhereAWalkStopped) {
+  writeFib();
+  TunnelFibEntry over3(fibId(bgpLuTunnel, 9));
+  over3.tunnelViaIs(TunnelViaIndex(0),
+                    TunnelVia({}, Vorn::IntfId::fromTunnelIdValue(fibId(isisSrTunnel, 3).value()),
+                              EncapId(EncapType::labelStackEncap, 35)));
+  fib_->entryIs(over3);
+  auto two = ctl({"resolve", "bgpLuTunnel:2"});
+  EXPECT_EQ(two.code, 0) << two.err;
+  EXPECT_EQ(two.out, R"(bgpLuTunnel:2 (BGP LU): 1 primary via
+  via 0: intf DynamicTunnel0x700000000004 (isisSrTunnel:4) encap label-stack 32 labels push 300002
+    isisSrTunnel:4 (IS-IS SR): 1 primary via
+      via 0: nexthop 10.2.3.2 intf Ethernet4 encap label-stack 4 labels push 16004
+        joined: nexthop 10.2.3.2 intf Ethernet4 labels push 16004
+    joined: nexthop 10.2.3.2 intf Ethernet4 labels push 16004 300002
+flattened vias of bgpLuTunnel:2 (from the resolver): 1
+  nexthop 10.2.3.2 intf Ethernet4 labels push 16004 300002
+verdict: 1 flattened via
+)");
+  std::vector<std::tuple<std::string, int, std::vector<std::string>>> const cases = {
+      {"bgpLuTunnel:3",
+       0,
+       {"isisSrTunnel:9 (IS-IS SR): missing from the FIB",
+        "stop: missing, the walk of srTePolicyTunnel:3 ends here",
+        "via 2: intf DynamicTunnel0x700000000001 (isisSrTunnel:1): not examined",
+        "verdict: 1 flattened via; a walk stopped at srTePolicyTunnel:3 via 1: isisSrTunnel:9 "
+        "missing from the FIB"}},
+      {"bgpLuTunnel:4", 1, {"verdict: no forwarding: isisSrTunnel:9 missing from the FIB"}},
+      {"bgpLuTunnel:5",
+       1,
+       {"staticTunnel:1 (Static): cycle, met again on its own path",
+        "verdict: no forwarding: cycle: staticTunnel:1"}},
+      {"bgpLuTunnel:9",
+       0,
+       {"labels push 16003 300005\n", "labels push 16003 16003 300005\n",
+        "verdict: 2 flattened vias"}},
+  };
+  for (auto const& [id, code, parts] : cases) {
+    auto r = ctl({"resolve", id});
+    EXPECT_EQ(r.code, code) << id << r.err;
+    EXPECT_EQ(r.err, "") << id;  // the tree agrees with the resolver
+    for (auto const& p : parts) EXPECT_TRUE(has(r.out, p)) << id << " lacks " << p << "\n" << r.out;
+  }
+
+  auto resolver = Tunnel::TunnelFib::TunnelResolverIs(fib_);
+  resolver->updateFlattenedInfo(fibId(bgpLuTunnel, 1));
+  std::set<std::string> expected, seen;
+  for (auto const& v : resolver->consolidatedEntry(fibId(bgpLuTunnel, 1))->viaInfo()) {
+    expected.insert(v.labels().stringValue() + " " + v.intfId().stringValue());
+  }
+  Json const j = Json::parse(ctl({"resolve", "bgpLuTunnel:1", "--json"}).out);
+  for (auto const& v : j["flattenedVias"])
+    seen.insert(v["labels"].get<std::string>() + " " + v["intf"].get<std::string>());
+  EXPECT_EQ(seen, expected);
+  EXPECT_EQ(j["path"]["vias"][1]["child"]["vias"][0]["child"]["tunnel"], "isisSrTunnel:2");
 }
 
 }  // namespace

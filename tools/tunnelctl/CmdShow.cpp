@@ -15,9 +15,7 @@ namespace TunnelCtl {
 
 using Tunnel::TunnelTable::TunnelId;
 
-namespace {
-
-std::vector<TunnelId> parseIds(std::vector<std::string> const& texts) {
+std::vector<TunnelId> parseTunnelIds(std::vector<std::string> const& texts) {
   std::vector<TunnelId> ids;
   for (auto const& text : texts) {
     try {
@@ -31,10 +29,8 @@ std::vector<TunnelId> parseIds(std::vector<std::string> const& texts) {
   return ids;
 }
 
-}  // namespace
-
 int runShow(ShowOptions const& o) {
-  std::vector<TunnelId> ids = parseIds(o.ids);  // usage errors before touching anything
+  std::vector<TunnelId> ids = parseTunnelIds(o.ids);  // usage errors before touching anything
   MountedTable table(o.root, o.table, ZentTamsel::reader());
   if (table.file().writerPid != 0 && !table.file().writerAlive) {
     printNote(fmt::format("the writer of table {} (pid {}) is gone; showing what it left",

@@ -1,5 +1,5 @@
 // tunnelctl tables: every table under a state root with its entry type, size
-// and writer, read from the table files alone.
+// and writer, read from the table files alone, and where the FIB is.
 
 #include <algorithm>
 #include <cstdio>
@@ -65,6 +65,16 @@ int runTables(TablesOptions const& o) {
     printJson(tables);
   } else {
     printTable(o.root, tables);
+    // The FIB is no tunnel table, but it is what people look for next.
+    if (hasFib(o.root)) {
+      try {
+        TableFile f = inspectFib(o.root);
+        fmt::print("fib: {} ({} entr{}, writer {}; 'tunnelctl fib' lists it)\n", f.mountPath,
+                   f.entries, f.entries == 1 ? "y" : "ies", writerText(f));
+      } catch (CtlError const& e) {
+        fmt::print("fib: {}: {}\n", Tunnel::TunnelFib::TunnelFib::kMountPath, e.what());
+      }
+    }
   }
   std::fflush(stdout);
   int rc = kExitOk;

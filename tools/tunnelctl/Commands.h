@@ -26,6 +26,26 @@ struct ShowOptions {
 };
 int runShow(ShowOptions const& o);
 
+// Tunnel ids as typed (see TunnelIdText.h); a malformed one is a UsageError.
+std::vector<Tunnel::TunnelTable::TunnelId> parseTunnelIds(std::vector<std::string> const& texts);
+
+// Without `show`, lists the FIB (form text or json); with it, the entries
+// under `ids` in `form`.
+struct FibOptions {
+  std::string root = kDefaultStateRoot;
+  bool show = false;
+  std::vector<std::string> ids;
+  EntryForm form = EntryForm::text;
+};
+int runFib(FibOptions const& o);
+
+struct ResolveOptions {
+  std::string root = kDefaultStateRoot;
+  std::string tunnel;
+  bool json = false;
+};
+int runResolve(ResolveOptions const& o);
+
 struct WatchOptions {
   std::string root = kDefaultStateRoot;
   std::string table;

@@ -1,4 +1,5 @@
-// tunnelctl demo: starts the producers and the consumer as child processes,
+// tunnelctl demo: starts the producers (of three tables and of the FIB) and
+// the consumer as child processes,
 // shows their progress, stops them when the consumer has checked its
 // configurations, prints the summary and removes the tables (unless --keep).
 // Interrupted, it stops every child it started and cleans up the same way.
@@ -18,6 +19,7 @@
 
 #include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "tools/tunnelctl/DemoFib.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"
 
@@ -37,6 +39,7 @@ struct Child {
 std::vector<std::string> demoTablePaths() {
   std::vector<std::string> paths;
   for (RedistProtocol p : kRedistProtocols) paths.push_back("tunnel/table/" + tableNameOf(p));
+  paths.push_back(Tunnel::TunnelFib::TunnelFib::kMountPath);
   return paths;
 }
 
@@ -127,8 +130,10 @@ void stopAll(std::vector<Child>& children, bool terminate) {
 // all is well. The consumer ends by itself, with status 0, when it is done.
 std::string failureOf(SharedRegion const& region, std::vector<Child> const& children) {
   for (auto const& c : children) {
-    ProcStatus const& p = region.header().proc[c.slot];
-    std::string who = c.slot == kConsumer
+    bool fib = c.slot == kFibWriter;
+    ProcStatus const& p = fib ? region.header().fibProducer : region.header().proc[c.slot];
+    std::string who = fib ? std::string("FIB producer")
+                      : c.slot == kConsumer
                           ? std::string("consumer")
                           : "producer " + std::string(keyword(kRedistProtocols[c.slot]));
     if (p.phaseNow() == Phase::failed) return fmt::format("{}: {}", who, p.message);
@@ -208,6 +213,8 @@ int runDemo(DemoOptions const& o) {
   for (int i = 0; i < kProducers; ++i) {
     children.push_back(spawn(i, [&, i] { return runProducer(region, kRedistProtocols[i], o); }));
   }
+  children.push_back(spawn(kFibWriter, [&] { return runFibProducer(region, o); }));
+  // Last: the demo ends when the consumer does.
   children.push_back(spawn(kConsumer, [&] { return runConsumer(region, o); }));
 
   Progress progress(region, ::isatty(STDOUT_FILENO) != 0);

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include "tools/tunnelctl/Demo.h"
+#include "tools/tunnelctl/DemoFib.h"
 #include "tools/tunnelctl/TunnelIdText.h"
 
 namespace TunnelCtl::Demo {
@@ -102,6 +103,10 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
   fmt::print("  notification latency, write to consumer:\n");
   fmt::print("    while churning   {}\n", latencyText(h.churnLatency));
   fmt::print("    initial load     {}\n", latencyText(h.loadLatency));
+  ProcStatus const& fib = h.fibProducer;
+  fmt::print("  tunnel FIB: {} entries, {} encapsulations; {} resolves to {} flattened vias\n",
+             fib.tunnels.load(), fib.entries.load(), TunnelTool::tunnelIdLabel(fibExample()),
+             h.fibExampleVias.load());
   fmt::print("  consumer configuration equals what the producers' tables imply: {}\n\n",
              all ? "match" : "MISMATCH");
   if (o.keep) {
@@ -122,6 +127,10 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
                  TunnelTool::tunnelIdLabel(Tunnel::TunnelTable::TunnelId(id)), forms[i],
                  rootOption);
     }
+  }
+  fmt::print("  {} fib{}\n", bin, rootOption);
+  for (auto id : {fibExample(), fibBlackHole()}) {
+    fmt::print("  {} resolve {}{}\n", bin, TunnelTool::tunnelIdLabel(id), rootOption);
   }
   fmt::print("  {} counters ldp{}\n", bin, rootOption);
   fmt::print("  {} redist isis-sr{}\n", bin, rootOption);

@@ -13,6 +13,7 @@ namespace TunnelCtl::Demo {
 
 inline constexpr int kProducers = 3;  // LDP, IS-IS SR, BGP-LU, in RedistProtocol order
 inline constexpr int kConsumer = 3;   // the slot of the consumer's status
+inline constexpr int kFibWriter = 4;  // the FIB's writer: SharedHeader::fibProducer
 
 enum class Phase : uint32_t {
   starting,
@@ -71,6 +72,9 @@ struct LatencyResult {
 
 struct SharedHeader {
   ProcStatus proc[kProducers + 1];
+  // The FIB's writer: tunnels counts its entries, entries its encapsulations.
+  ProcStatus fibProducer;
+  std::atomic<uint64_t> fibExampleVias{0};  // flattened vias of Demo::fibExample()
   ProtocolResult result[kProducers];
   LatencyResult loadLatency;
   LatencyResult churnLatency;

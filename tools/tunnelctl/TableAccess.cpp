@@ -23,6 +23,9 @@ using Tunnel::TunnelTable::TunnelTableMounter;
 namespace {
 
 std::string tablesDir(std::string const& root) { return root + "/tunnel/table"; }
+std::string fibDir(std::string const& root) {
+  return root + "/" + Tunnel::TunnelFib::TunnelFib::kMountPath;
+}
 
 bool isFile(std::string const& path) {
   struct stat st {};
@@ -82,14 +85,14 @@ std::string writerText(TableFile const& t) {
   return fmt::format("pid {}, {}", t.writerPid, t.writerAlive ? "alive" : "gone");
 }
 
-TableFile inspectTable(std::string const& root, std::string const& name) {
-  checkStateRoot(root);
-  TableFile t;
-  t.name = resolveName(root, name);
-  t.mountPath = std::string(TunnelTableInfo::kMountPathPrefix) + t.name;
+namespace {
+
+// What the header of the entry file in `dir` says; errors name the table
+// `asked`, as the user gave it.
+void readHeader(std::string const& root, std::string const& asked, std::string const& dir,
+                TableFile& t) {
   try {
-    Tamsel::Reader r(tablesDir(root) + "/" + t.name, "entry", 0,
-                     Tamsel::Reader::Options{false, false});
+    Tamsel::Reader r(dir, "entry", 0, Tamsel::Reader::Options{false, false});
     t.typeName = r.typeName();
     t.entries = r.count();
     t.liveBytes = r.liveBytes();
@@ -99,9 +102,36 @@ TableFile inspectTable(std::string const& root, std::string const& name) {
     t.notifications = r.notifications();
     t.writerEpoch = r.writerEpoch();
   } catch (Tamsel::Error const& e) {
-    throwTableError(root, name, e);
+    throwTableError(root, asked, e);
   }
+}
+
+}  // namespace
+
+TableFile inspectTable(std::string const& root, std::string const& name) {
+  checkStateRoot(root);
+  TableFile t;
+  t.name = resolveName(root, name);
+  t.mountPath = std::string(TunnelTableInfo::kMountPathPrefix) + t.name;
+  readHeader(root, name, tablesDir(root) + "/" + t.name, t);
   t.entryType = entryTypeOf(t.typeName);
+  return t;
+}
+
+bool hasFib(std::string const& root) { return isFile(fibDir(root) + "/entry.tbl"); }
+
+TableFile inspectFib(std::string const& root) {
+  checkStateRoot(root);
+  if (!hasFib(root)) {
+    throw CtlError(fmt::format(
+        "no tunnel FIB under {} (no agent has published one at {}; --root names another)", root,
+        Tunnel::TunnelFib::TunnelFib::kMountPath));
+  }
+  TableFile t;
+  t.name = "fib";
+  t.mountPath = Tunnel::TunnelFib::TunnelFib::kMountPath;
+  readHeader(root, t.name, fibDir(root), t);
+  t.entryType = Tunnel::TunnelFib::TunnelFibEntry::kTypeName;
   return t;
 }
 
@@ -162,6 +192,35 @@ MountedTable::~MountedTable() {
   table_->entryCore().corruptionHandlerIs(nullptr);
   mounter_.tamselMounter().doUnmount(Zent::String(file_.mountPath));
   table_ = nullptr;
+}
+
+MountedFib::MountedFib(std::string const& root)
+    : mount_(Zent::String(root), registry_), file_(inspectFib(root)) {
+  try {
+    fib_ = Tunnel::TunnelFib::mountTunnelFib(mount_, ZentTamsel::reader());
+  } catch (Tamsel::Error const& e) {
+    throwTableError(root, file_.name, e);
+  }
+  if (!fib_) throw CtlError(fmt::format("cannot mount the tunnel FIB under {}", root));
+  auto collect = [this](std::string const& message) { corruptions_.push_back(message); };
+#define TUNNELCTL_FIB_HANDLER(x, ...) fib_->x##Core().corruptionHandlerIs(collect);
+  TUNNEL_FIB_COLLECTIONS(TUNNELCTL_FIB_HANDLER)
+#undef TUNNELCTL_FIB_HANDLER
+}
+
+MountedFib::~MountedFib() {
+  if (!fib_) return;
+#define TUNNELCTL_FIB_HANDLER(x, ...) fib_->x##Core().corruptionHandlerIs(nullptr);
+  TUNNEL_FIB_COLLECTIONS(TUNNELCTL_FIB_HANDLER)
+#undef TUNNELCTL_FIB_HANDLER
+  mount_.doUnmount(Zent::String(file_.mountPath));
+  fib_ = nullptr;
+}
+
+std::vector<std::string> MountedFib::takeCorruptions() {
+  std::vector<std::string> out;
+  out.swap(corruptions_);
+  return out;
 }
 
 std::vector<std::string> MountedTable::takeCorruptions() {

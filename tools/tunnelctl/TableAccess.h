@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Tunnel/TunnelFib/TunnelFib.h"
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Ptr.h"
@@ -69,6 +70,34 @@ class MountedTable {
   Tunnel::TunnelTable::TunnelTableMounter mounter_;
   TableFile file_;
   Zent::Ptr<Tunnel::TunnelTable::TunnelTableBase> table_;
+  std::vector<std::string> corruptions_;
+};
+
+// The tunnel FIB under `root`, from the header of its entry file: name "fib",
+// mount path "tunnel/fib". Throws CtlError when there is none.
+TableFile inspectFib(std::string const& root);
+// Whether `root` holds a tunnel FIB.
+bool hasFib(std::string const& root);
+
+// The tunnel FIB mounted as a plain reader until the object goes. Corrupt
+// records met while reading are collected, not fatal.
+class MountedFib {
+ public:
+  explicit MountedFib(std::string const& root);
+  ~MountedFib();
+  MountedFib(MountedFib const&) = delete;
+  MountedFib& operator=(MountedFib const&) = delete;
+
+  TableFile const& file() const { return file_; }
+  Tunnel::TunnelFib::TunnelFib const& fib() const { return *fib_; }
+  Zent::Ptr<Tunnel::TunnelFib::TunnelFib> const& fibPtr() const { return fib_; }
+  std::vector<std::string> takeCorruptions();
+
+ private:
+  ZentTamsel::MountRegistry registry_;
+  ZentTamsel::Mount mount_;
+  TableFile file_;
+  Zent::Ptr<Tunnel::TunnelFib::TunnelFib> fib_;
   std::vector<std::string> corruptions_;
 };
 

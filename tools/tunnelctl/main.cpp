@@ -1,6 +1,7 @@
 // tunnelctl: the operator's view of the shared-memory tunnel tables under a
 // state root: which tables there are, their entries, their changes as they
-// happen, their writers' counters, the redistribution they imply, and a demo
+// happen, their writers' counters, the redistribution they imply, the tunnel
+// FIB and how its tunnels resolve, and a demo
 // that runs producers and a consumer against each other.
 
 #include <CLI/CLI.hpp>
@@ -47,6 +48,25 @@ int main(int argc, char** argv) {
   addForms(showCmd, show.form);
   addRoot(showCmd, show.root);
 
+  FibOptions fib;
+  auto* fibCmd = app.add_subcommand(
+      "fib", "List the tunnel FIB's entries and encapsulations, or show entries of it");
+  addRoot(fibCmd, fib.root);
+  fibCmd->add_flag_callback(
+      "--json", [&fib] { fib.form = EntryForm::json; }, "As JSON");
+  auto* fibShowCmd = fibCmd->add_subcommand(
+      "show", "Show FIB entries (canonical text by default; --dump resolves their encapsulations)");
+  fibShowCmd->add_option("tunnel-id", fib.ids, "Tunnel ids, as 'show' takes them")->required();
+  addForms(fibShowCmd, fib.form);
+  addRoot(fibShowCmd, fib.root);
+
+  ResolveOptions resolve;
+  auto* resolveCmd = app.add_subcommand(
+      "resolve", "Flatten a tunnel through the FIB and explain the path, down to real interfaces");
+  resolveCmd->add_option("tunnel-id", resolve.tunnel, "Tunnel id, as 'show' takes it")->required();
+  resolveCmd->add_flag("--json", resolve.json, "As JSON");
+  addRoot(resolveCmd, resolve.root);
+
   WatchOptions watch;
   auto* watchCmd = app.add_subcommand(
       "watch", "Follow a table as a key shadow and print every change until interrupted");
@@ -84,8 +104,9 @@ int main(int argc, char** argv) {
     bool known = false;
     for (auto const* cmd : app.get_subcommands({})) known = known || cmd->check_name(argv[1]);
     if (!known) {
-      printError(std::string("unknown command '") + argv[1] +
-                 "' (tables, show, watch, counters, redist, demo; --help tells more)");
+      printError(
+          std::string("unknown command '") + argv[1] +
+          "' (tables, show, fib, resolve, watch, counters, redist, demo; --help tells more)");
       return kExitUsage;
     }
   }
@@ -99,6 +120,11 @@ int main(int argc, char** argv) {
   try {
     if (tablesCmd->parsed()) return runTables(tables);
     if (showCmd->parsed()) return runShow(show);
+    if (fibCmd->parsed()) {
+      fib.show = fibShowCmd->parsed();
+      return runFib(fib);
+    }
+    if (resolveCmd->parsed()) return runResolve(resolve);
     if (watchCmd->parsed()) return runWatch(watch);
     if (countersCmd->parsed()) return runCounters(counters);
     if (redistCmd->parsed()) return runRedist(redist);
