@@ -94,6 +94,9 @@ class HashMap2018 {
 
   Value& operator[](Key const& k) { return map_[k]; }
   void clear() { map_.clear(); }
+  // Members per bucket before the table grows (1 by default). Lower values
+  // make lookups of absent keys cheaper for more memory.
+  void maxLoadFactorIs(float f) { map_.max_load_factor(f); }
 
   template <bool Const>
   class IteratorBase {
