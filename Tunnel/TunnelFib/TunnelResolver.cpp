@@ -13,11 +13,15 @@ struct TunnelResolver::Scratch {
 
 class TunnelResolver::Frame {
  public:
+  static constexpr size_t kKeptFrames = 8;
   explicit Frame(TunnelResolver& r) : r_(r) {
     if (r_.frames_.size() == r_.framesInUse_) r_.frames_.push_back(std::make_unique<Scratch>());
     scratch_ = r_.frames_[r_.framesInUse_++].get();
   }
-  ~Frame() { --r_.framesInUse_; }
+  // A deep chain's scratch (48 KB a level) is not kept once the walk ends.
+  ~Frame() {
+    if (--r_.framesInUse_ == 0 && r_.frames_.size() > kKeptFrames) r_.frames_.resize(kKeptFrames);
+  }
   Frame(Frame const&) = delete;
   Frame& operator=(Frame const&) = delete;
   TunnelFibEntry& entry() { return scratch_->entry; }

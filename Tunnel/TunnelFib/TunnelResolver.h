@@ -111,8 +111,8 @@ class TunnelResolver : public Zent::Entity {
   };
 
  private:
-  // One scratch FIB entry and label operation per level of the walk, kept
-  // between calls: an entry is 48 KB, too big for a stack frame per level.
+  // One scratch FIB entry and label operation per level of the walk, a few
+  // kept between calls: an entry is 48 KB, too big for a stack frame.
   struct Scratch;
   class Frame;
 
