@@ -87,11 +87,11 @@ TEST(TunnelFibDeathTest, WritingThroughAReaderIsRefused) {
 // Three levels of tunnels over real interfaces, and vias over missing
 // tunnels and over two-tunnel cycles. A via is over Ethernet<intf> (child < 0)
 // or over tunnel `child`, pushing `label` unless it is 0.
-struct ViaSpec {
+struct ViaPlan {
   int64_t child;
   uint32_t intf, label;
 };
-using Topology = std::map<uint64_t, std::vector<ViaSpec>>;
+using Topology = std::map<uint64_t, std::vector<ViaPlan>>;
 
 Topology topology() {
   std::mt19937 rng(5);
@@ -131,7 +131,7 @@ struct Model {
     memo[i] = {};
     std::set<std::string> found;
     for (uint32_t k = 0; k < t.at(i).size(); ++k) {
-      ViaSpec const& s = t.at(i)[k];
+      ViaPlan const& s = t.at(i)[k];
       std::set<std::string> const below =
           s.child < 0 ? std::set<std::string>{Vorn::IntfId::ethernet(s.intf).stringValue() + " " +
                                               nexthop(i, k).stringValue()}
@@ -159,7 +159,7 @@ TEST(TunnelFibProcessTest, ReaderFlattensAFibWhoseWriterWasKilled) {
     for (auto const& [i, vias] : t) {
       *e = TunnelFibEntry(id(i));
       for (uint16_t k = 0; k < vias.size(); ++k) {
-        ViaSpec const& s = vias[k];
+        ViaPlan const& s = vias[k];
         EncapId const encap = s.label ? EncapId(EncapType::labelStackEncap, s.label) : EncapId();
         e->tunnelViaIs(
             k, s.child < 0
