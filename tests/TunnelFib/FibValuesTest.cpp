@@ -113,8 +113,9 @@ TEST(FibRecordTest, EntriesReportTheSlotAndDamageIsRefused) {
     EXPECT_EQ(e->deserializeLen(bad.data(), 144), 0u) << "byte " << d.at;
     EXPECT_THROW(e->deserialize(bad.data(), 144), Tunnel::TunnelTable::RecordError) << d.at;
   }
-  Bytes const stack = recordOf(EntryTraits<LabelStackEncap>::small());
+  Bytes stack = recordOf(EntryTraits<LabelStackEncap>::small());
   ASSERT_EQ(stack.size(), 14u);
+  stack.push_back(0);  // a byte more is refused as well as one less
   for (unsigned len : {4u, 13u, 15u})
     EXPECT_EQ(LabelStackEncap().deserializeLen(stack.data(), len), 0u);
   EXPECT_EQ(LabelStackEncap::kMaxSerializedLen, 77u);
