@@ -92,6 +92,8 @@ class InfoEncap {
            tunnelInfo_.stringValue();
   }
   explicit operator bool() const { return *this != InfoEncap(); }
+  // Whether a record read from another process's file is a value.
+  bool wellFormed() const { return tunnelInfo_.wellFormed(); }
 
  private:
   EncapId encapId_;

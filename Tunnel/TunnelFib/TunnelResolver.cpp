@@ -6,22 +6,76 @@
 
 namespace Tunnel::TunnelFib {
 
+struct TunnelResolver::Scratch {
+  TunnelFibEntry entry;
+  Vorn::UnboundedMplsLabelOperation labels;
+};
+
 class TunnelResolver::Frame {
  public:
+  static constexpr size_t kKeptFrames = 8;
   explicit Frame(TunnelResolver& r) : r_(r) {
-    if (r_.frames_.size() == r_.framesInUse_)
-      r_.frames_.push_back(std::make_unique<TunnelFibEntry>());
-    entry_ = r_.frames_[r_.framesInUse_++].get();
+    if (r_.frames_.size() == r_.framesInUse_) r_.frames_.push_back(std::make_unique<Scratch>());
+    scratch_ = r_.frames_[r_.framesInUse_++].get();
   }
-  ~Frame() { --r_.framesInUse_; }
+  // A deep chain's scratch (48 KB a level) is not kept once the walk ends.
+  ~Frame() {
+    if (--r_.framesInUse_ == 0 && r_.frames_.size() > kKeptFrames) r_.frames_.resize(kKeptFrames);
+  }
   Frame(Frame const&) = delete;
   Frame& operator=(Frame const&) = delete;
-  TunnelFibEntry& entry() { return *entry_; }
+  TunnelFibEntry& entry() { return scratch_->entry; }
+  Vorn::UnboundedMplsLabelOperation& labels() { return scratch_->labels; }
 
  private:
   TunnelResolver& r_;
-  TunnelFibEntry* entry_;
+  Scratch* scratch_;
 };
+
+namespace {
+
+// The walk recurses once per level of a chain of tunnels, so everything but
+// the recursion lives in these helpers, out of line: they keep the recursive
+// frame small enough for chains of thousands of tunnels.
+[[gnu::noinline]] bool lookUpEntry(TunnelFib const& fib, TunnelId id, TunnelFibEntry& out) {
+  return fib.entry(id, out);
+}
+
+[[gnu::noinline]] void lookUpLabels(TunnelFib const& fib, TunnelVia const& via,
+                                    Vorn::UnboundedMplsLabelOperation& out) {
+  out = fib.labelStackEncap(via.encapId()).labelStack();
+}
+
+[[gnu::noinline]] void addFinalVia(TunnelResolver& r, TunnelId id, TunnelVia const& via,
+                                   Vorn::UnboundedMplsLabelOperation const& labels) {
+  r.consolidatedEntryIs(id)->viaInfoIs(MplsVia(via.nextHop(), via.intfId(), labels));
+}
+
+// Adds the child's flattened vias to the tunnel's, each joined onto the
+// operation as the earlier ones left it; false when the child has none.
+[[gnu::noinline]] bool joinChild(TunnelResolver& r, TunnelId id, TunnelId child,
+                                 Vorn::UnboundedMplsLabelOperation& labels) {
+  Zent::Ptr<ConsolidatedEntry> childEntry = r.consolidatedEntry(child);
+  if (!childEntry) return false;
+  Zent::Ptr<ConsolidatedEntry> entry = r.consolidatedEntryIs(id);
+  auto join = [&](MplsVia const& childVia) {
+    labels.smush(childVia.labels());
+    entry->viaInfoIs(MplsVia(childVia.nextHop(), childVia.intfId(), labels));
+  };
+  if (childEntry == entry) {
+    // A tunnel over itself: its own vias are the child's, and adding to a
+    // set while walking it is not safe.
+    std::vector<MplsVia> snapshot;
+    for (auto const& v : childEntry->viaInfo()) snapshot.push_back(v);
+    for (auto const& v : snapshot) join(v);
+  } else {
+    for (auto const& v : childEntry->viaInfo()) join(v);
+  }
+  if (entry->viaInfoCount() == 0) r.consolidatedEntryDel(id);
+  return true;
+}
+
+}  // namespace
 
 TunnelResolver::TunnelResolver(Zent::Ptr<TunnelFib const> tunnelFib)
     : Entity(Zent::String("TunnelResolver")), tunnelFib_(std::move(tunnelFib)) {
@@ -54,8 +108,8 @@ void TunnelResolver::updateFlattenedInfo(TunnelId tunnelId) {
   bool const rendered = renderedTunnelId(tunnelId);
   bool const consolidated = consolidatedEntry_.contains(tunnelId);
   Frame frame(*this);
-  TunnelFibEntry& fibEntry = frame.entry();
-  if (!tunnelFib_->entry(tunnelId, fibEntry)) {
+  TunnelFibEntry const& fibEntry = frame.entry();
+  if (!lookUpEntry(*tunnelFib_, tunnelId, frame.entry())) {
     fmtrace(0, "{} No further tunnel entry found in tunnel fib", __PRETTY_FUNCTION__);
     return;
   }
@@ -69,36 +123,19 @@ void TunnelResolver::updateFlattenedInfo(TunnelId tunnelId) {
   // The index is range-checked: stepping past the last of 600 vias throws.
   for (TunnelViaIndex i = 0; i < fibEntry.tunnelViaCount(); ++i) {
     TunnelVia const& via = fibEntry.tunnelVia()[i];
-    Vorn::UnboundedMplsLabelOperation labels =
-        tunnelFib_->labelStackEncap(via.encapId()).labelStack();
-    Vorn::IntfId const intf = via.intfId();
-    if (!intf.isDynamicTunnel()) {
+    lookUpLabels(*tunnelFib_, via, frame.labels());
+    if (!via.intfId().isDynamicTunnel()) {
       fmtrace(0, "{} Final nexthop and interface found for  tunnel type: {} index:{}",
               __PRETTY_FUNCTION__, tunnelId.typeCliStr(), tunnelId.tunnelIndex());
-      fmtrace(0, "{} Intf: {} Nexthop: {}", __PRETTY_FUNCTION__, intf.stringValue(),
+      fmtrace(0, "{} Intf: {} Nexthop: {}", __PRETTY_FUNCTION__, via.intfId().stringValue(),
               via.nextHop().stringValue());
-      consolidatedEntryIs(tunnelId)->viaInfoIs(MplsVia(via.nextHop(), intf, labels));
+      addFinalVia(*this, tunnelId, via, frame.labels());
       continue;
     }
-    TunnelId const child(intf.tunnelIdValue());
+    TunnelId const child(via.intfId().tunnelIdValue());
     if (!consolidatedEntry_.contains(child)) updateFlattenedInfo(child);
-    Zent::Ptr<ConsolidatedEntry> childEntry = consolidatedEntry(child);
-    if (!childEntry) return;  // the rest of this tunnel's vias are not looked at
-    Zent::Ptr<ConsolidatedEntry> entry = consolidatedEntryIs(tunnelId);
-    auto join = [&](MplsVia const& childVia) {
-      labels.smush(childVia.labels());
-      entry->viaInfoIs(MplsVia(childVia.nextHop(), childVia.intfId(), labels));
-    };
-    if (childEntry == entry) {
-      // A tunnel over itself: its own vias are the child's, and adding to a
-      // set while walking it is not safe.
-      std::vector<MplsVia> snapshot;
-      for (auto const& v : childEntry->viaInfo()) snapshot.push_back(v);
-      for (auto const& v : snapshot) join(v);
-    } else {
-      for (auto const& v : childEntry->viaInfo()) join(v);
-    }
-    if (entry->viaInfoCount() == 0) consolidatedEntryDel(tunnelId);
+    // The rest of this tunnel's vias are deliberately not looked at.
+    if (!joinChild(*this, tunnelId, child, frame.labels())) return;
   }
 }
 

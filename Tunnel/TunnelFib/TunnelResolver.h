@@ -111,14 +111,15 @@ class TunnelResolver : public Zent::Entity {
   };
 
  private:
-  // One scratch FIB entry per level of the walk, kept between calls: an
-  // entry is 48 KB, too big for a stack frame per level.
+  // One scratch FIB entry and label operation per level of the walk, a few
+  // kept between calls: an entry is 48 KB, too big for a stack frame.
+  struct Scratch;
   class Frame;
 
   Zent::Ptr<TunnelFib const> tunnelFib_;
   ConsolidatedEntries consolidatedEntry_;
   RenderedTunnelIds renderedTunnelId_;
-  std::vector<std::unique_ptr<TunnelFibEntry>> frames_;
+  std::vector<std::unique_ptr<Scratch>> frames_;
   size_t framesInUse_ = 0;
 };
 

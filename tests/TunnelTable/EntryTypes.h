@@ -86,6 +86,8 @@ class EntryRng : public Vorn::test::RandomValues {
       v = IpsecGreTunnelInfo(gre(), u32());
     } else if constexpr (std::is_same_v<T, IpsecVtiTunnelInfo>) {
       v = IpsecVtiTunnelInfo(addr(), addr(), u32(), u16(), u8(), u8());
+    } else if constexpr (std::is_same_v<T, VxlanTunnelInfo>) {
+      v = VxlanTunnelInfo(addr(), addr(), upTo(VxlanTunnelInfo::kMaxVni), u16());
     } else {
       v = u32();  // u32 and the u32-wide preferences and bandwidths
     }

@@ -1,4 +1,4 @@
-// Writes the seed corpus of the entry record fuzzer: for every entry type its
+// Writes the seed corpus of the entry record fuzzer: for every fuzzed type its
 // default entry, the contract suite's small entry, two random entries and one
 // with every array full, each as the selector byte and the entry's record.
 // Run it again after a record layout changes:

@@ -5,8 +5,10 @@
 
 #include <cstddef>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 
-#include "tests/TunnelTable/EntryTypes.h"
+#include "tests/TunnelFib/FibTypes.h"
 
 namespace Tunnel::TunnelTable::fuzz {
 
@@ -17,8 +19,14 @@ struct TupleOf<List<Ts...>> {
   using type = std::tuple<Ts...>;
 };
 
-// Every entry type of the contract suite, so that a new one is fuzzed too.
-using FuzzedEntryTypes = TupleOf<test::AllEntryTypes>::type;
+// Every entry type of the contract suite, so that a new one is fuzzed too,
+// then the FIB's two variable-length records.
+using FuzzedEntryTypes = decltype(std::tuple_cat(
+    std::declval<TupleOf<test::AllEntryTypes>::type>(),
+    std::declval<std::tuple<TunnelFib::TunnelFibEntry, TunnelFib::LabelStackEncap>>()));
+// deserializeLen reports the table's slot for any valid record, not its length.
+template <typename T>
+inline constexpr bool kReportsSlot = std::is_same_v<T, TunnelFib::TunnelFibEntry>;
 inline constexpr size_t kEntryTypeCount = std::tuple_size_v<FuzzedEntryTypes>;
 
 }  // namespace Tunnel::TunnelTable::fuzz
