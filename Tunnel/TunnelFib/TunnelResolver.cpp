@@ -77,6 +77,46 @@ namespace {
 
 }  // namespace
 
+std::pair<MplsVia const*, bool> ViaSet::insert(MplsVia const& v) {
+  if (size_t const at = find(v); at != kAbsent) return {&vias_[at], false};
+  vias_.push_back(v);
+  if (!index_.empty()) {
+    index_.emplace(v.hash(), static_cast<uint32_t>(vias_.size() - 1));
+  } else if (vias_.size() > kIndexFrom) {
+    reindex();
+  }
+  return {&vias_.back(), true};
+}
+
+bool ViaSet::erase(MplsVia const& v) {
+  size_t const at = find(v);
+  if (at == kAbsent) return false;
+  vias_.erase(vias_.begin() + static_cast<std::ptrdiff_t>(at));
+  index_.clear();
+  if (vias_.size() > kIndexFrom) reindex();
+  return true;
+}
+
+size_t ViaSet::find(MplsVia const& v) const {
+  if (index_.empty()) {
+    for (size_t i = 0; i < vias_.size(); ++i) {
+      if (vias_[i] == v) return i;
+    }
+    return kAbsent;
+  }
+  auto [it, end] = index_.equal_range(v.hash());
+  for (; it != end; ++it) {
+    if (vias_[it->second] == v) return it->second;
+  }
+  return kAbsent;
+}
+
+void ViaSet::reindex() {
+  index_.clear();
+  for (size_t i = 0; i < vias_.size(); ++i)
+    index_.emplace(vias_[i].hash(), static_cast<uint32_t>(i));
+}
+
 TunnelResolver::TunnelResolver(Zent::Ptr<TunnelFib const> tunnelFib)
     : Entity(Zent::String("TunnelResolver")), tunnelFib_(std::move(tunnelFib)) {
   // A walk mostly asks both sets about tunnels they do not hold yet; with

@@ -8,7 +8,10 @@
 // consolidated entries it wants recomputed, before a fresh resolution.
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Tunnel/TunnelFib/TunnelFib.h"
@@ -29,31 +32,69 @@ struct SelfKey {
   T const& operator()(T const& v) const { return v; }
 };
 
-// The flattened vias of one tunnel, keyed by the whole via.
+// A set of vias in the order they were added. A walk adds a few vias to each
+// of many tunnels: a small set finds a via by comparing the members, without
+// an allocation per member; a larger one keeps a hash index beside them.
+class ViaSet {
+ public:
+  using const_iterator = std::vector<MplsVia>::const_iterator;
+
+  size_t size() const { return vias_.size(); }
+  bool empty() const { return vias_.empty(); }
+  const_iterator begin() const { return vias_.begin(); }
+  const_iterator end() const { return vias_.end(); }
+  bool contains(MplsVia const& v) const { return find(v) != kAbsent; }
+  // Adds `v` unless an equal via is there; the member stays where it is
+  // until the set changes.
+  std::pair<MplsVia const*, bool> insert(MplsVia const& v);
+  bool erase(MplsVia const& v);
+  void clear() {
+    vias_.clear();
+    index_.clear();
+  }
+
+ private:
+  static constexpr size_t kAbsent = SIZE_MAX;
+  static constexpr size_t kIndexFrom = 16;
+  size_t find(MplsVia const& v) const;
+  void reindex();
+
+  std::vector<MplsVia> vias_;
+  std::unordered_multimap<uint32_t, uint32_t> index_;  // hash to position, once large
+};
+
+// The flattened vias of one tunnel, keyed by the whole via, in the order
+// they were flattened: the order a parent joins them in, so a resolution
+// comes out the same in every process.
 class ConsolidatedEntry : public Zent::Entity {
  public:
   static constexpr Zent::AttributeId kViaInfoId = 1;
-  using ViaInfo = Zent::HashMap2018<MplsVia, MplsVia, SelfKey<MplsVia>>;
 
   // Unnamed: the resolver makes one per tunnel, and the key says which.
   explicit ConsolidatedEntry(TunnelId tunnelId) : tunnelId_(tunnelId) {}
 
   TunnelId tunnelId() const { return tunnelId_; }
-  ViaInfo const& viaInfo() const { return viaInfo_; }
+  ViaSet const& viaInfo() const { return viaInfo_; }
   size_t viaInfoCount() const { return viaInfo_.size(); }
   bool viaInfoHas(MplsVia const& v) const { return viaInfo_.contains(v); }
   // Adds `v` unless an equal via is there; returns the member.
   MplsVia const& viaInfoIs(MplsVia const& v) {
-    auto [member, added] = viaInfo_.newMember(v);
+    auto [member, added] = viaInfo_.insert(v);
     if (added) notify(kViaInfoId, v);
     return *member;
   }
-  void viaInfoDel(MplsVia const& v) { memberDel(viaInfo_, kViaInfoId, v); }
-  void viaInfoDelAll() { memberDelAll(viaInfo_, kViaInfoId); }
+  void viaInfoDel(MplsVia const& v) {
+    if (viaInfo_.erase(v)) notify(kViaInfoId, v);
+  }
+  void viaInfoDelAll() {
+    std::vector<MplsVia> const old(viaInfo_.begin(), viaInfo_.end());
+    viaInfo_.clear();
+    for (MplsVia const& v : old) notify(kViaInfoId, v);
+  }
 
  private:
   TunnelId tunnelId_;
-  ViaInfo viaInfo_;
+  ViaSet viaInfo_;
 };
 
 class TunnelResolver : public Zent::Entity {

@@ -133,13 +133,13 @@ class Explainer {
  private:
   void add(TunnelId id, MplsVia const& v) {
     auto& set = flattened_[id.value()];
-    if (!set) set = std::make_unique<ConsolidatedEntry::ViaInfo>();
-    set->newMember(v);
+    if (!set) set = std::make_unique<ViaSet>();
+    set->insert(v);
   }
 
   TunnelFib const& fib_;
   std::unordered_set<uint64_t> rendered_;
-  std::unordered_map<uint64_t, std::unique_ptr<ConsolidatedEntry::ViaInfo>> flattened_;
+  std::unordered_map<uint64_t, std::unique_ptr<ViaSet>> flattened_;
 };
 
 std::string tunnelText(TunnelId id) {

@@ -32,13 +32,23 @@ struct CustomMarshaller {
   }
 };
 
-// Fixed-size plain values: a raw copy.
+// Fixed-size plain values: a raw copy, checked by the value's wellFormed()
+// when it has one, since the bytes come from another process.
 template <typename V>
 struct FixedMarshaller {
   static_assert(std::is_trivially_copyable_v<V>);
   static uint32_t len(V const&) { return sizeof(V); }
   static void write(V const& v, char* dst) { std::memcpy(dst, &v, sizeof(V)); }
-  static bool valid(char const*, uint32_t len) { return len == sizeof(V); }
+  static bool valid(char const* src, uint32_t len) {
+    if (len != sizeof(V)) return false;
+    if constexpr (requires(V const& v) { v.wellFormed(); }) {
+      V v;
+      std::memcpy(static_cast<void*>(&v), src, sizeof(V));
+      return v.wellFormed();
+    } else {
+      return true;
+    }
+  }
   static void read(V& v, char const* src, uint32_t) { std::memcpy(&v, src, sizeof(V)); }
 };
 
