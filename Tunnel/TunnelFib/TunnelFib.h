@@ -14,12 +14,12 @@
 #include <vector>
 
 #include "Tunnel/TunnelFib/Encaps.h"
-#include "Tunnel/TunnelFib/FibCollection.h"
 #include "Tunnel/TunnelFib/TunnelFibEntry.h"
 #include "Tunnel/framework/Counters.h"
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/HashMap2018.h"
 #include "Tunnel/framework/Ptr.h"
+#include "Tunnel/shmem/ZentTamsel/Collection.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
@@ -34,9 +34,15 @@ namespace Tunnel::TunnelFib {
   X(ipsecVtiEncap, EncapId, IpsecVtiEncap, 0, 426, 427)                                      \
   X(greEncap, EncapId, GreEncap, 0, 428, 429)
 
-template <typename Value, uint32_t Bound>
-using FibMarshaller = std::conditional_t<Bound == 0, ZentTamsel::FixedMarshaller<Value>,
-                                         ZentTamsel::CustomMarshaller<Value>>;
+template <typename Value>
+struct ValueKey {
+  auto operator()(Value const& v) const { return v.key(); }
+};
+template <typename Key, typename Value, uint32_t Bound>
+using FibCollection =
+    ZentTamsel::Collection<Key, Value, ValueKey<Value>,
+                           std::conditional_t<Bound == 0, ZentTamsel::FixedMarshaller<Value>,
+                                              ZentTamsel::CustomMarshaller<Value>>>;
 
 class TunnelFib : public Zent::Entity, public ZentTamsel::Mountable {
  public:
@@ -48,22 +54,22 @@ class TunnelFib : public Zent::Entity, public ZentTamsel::Mountable {
   explicit TunnelFib(Zent::String const& name);
   ~TunnelFib() override;
 
-#define TUNNEL_FIB_DECLARE(x, Key, Value, bound, id, controlId)                                 \
-  static constexpr Zent::AttributeId x##Id = id;                                                \
-  static constexpr Zent::AttributeId x##ControlId = controlId;                                  \
-  void x##Is(Value const& v) { x##_.is(v); }                                                    \
-  Value x##Del(Key const& k) { return x##_.del(k); }                                            \
-  void x##DelAll() { x##_.delAll(); }                                                           \
-  void x##Commit(Value const* v) { x##_.commit(v); }                                            \
-  Value x(Key const& k) const { return x##_.map().value(k); }                                   \
-  bool x(Key const& k, Value& out) const { return x##_.map().lookup(k, out); }                  \
-  bool x##Has(Key const& k) const { return x##_.map().has(k); }                                 \
-  std::vector<Key> x##Keys(Key const* bookmark = nullptr, size_t max = SIZE_MAX) const {        \
-    return x##_.map().keys(bookmark, max);                                                      \
-  }                                                                                             \
-  uint64_t x##Count() const { return x##_.map().size(); }                                       \
-  Zent::Ptr<ZentTamsel::CollectionControl> const& x##Control() const { return x##_.control(); } \
-  ZentTamsel::TamselMapCore& x##Core() { return x##_.core(); }                                  \
+#define TUNNEL_FIB_DECLARE(x, Key, Value, bound, id, controlId)                              \
+  static constexpr Zent::AttributeId x##Id = id;                                             \
+  static constexpr Zent::AttributeId x##ControlId = controlId;                               \
+  void x##Is(Value const& v) { x##_.is(v); }                                                 \
+  Value x##Del(Key const& k) { return x##_.del(k); }                                         \
+  void x##DelAll() { x##_.delAll(); }                                                        \
+  void x##Commit(Value const* v) { x##_.commit(v); }                                         \
+  Value x(Key const& k) const { return x##_.map().value(k); }                                \
+  bool x(Key const& k, Value& out) const { return x##_.map().lookup(k, out); }               \
+  bool x##Has(Key const& k) const { return x##_.map().has(k); }                              \
+  std::vector<Key> x##Keys(Key const* bookmark = nullptr, size_t max = SIZE_MAX) const {     \
+    return x##_.map().keys(bookmark, max);                                                   \
+  }                                                                                          \
+  uint64_t x##Count() const { return x##_.map().size(); }                                    \
+  Zent::Ptr<ZentTamsel::CollectionControl> const& x##Control() const { return x##Control_; } \
+  ZentTamsel::TamselMapCore& x##Core() { return x##_.core(); }                               \
   ZentTamsel::TamselMapCore const& x##Core() const { return x##_.core(); }
   TUNNEL_FIB_COLLECTIONS(TUNNEL_FIB_DECLARE)
 #undef TUNNEL_FIB_DECLARE
@@ -97,14 +103,19 @@ class TunnelFib : public Zent::Entity, public ZentTamsel::Mountable {
   void handleParent() override;
 
  private:
-#define TUNNEL_FIB_MEMBER(x, Key, Value, bound, id, controlId) \
-  void x##Notify(Key const& k) { notify(x##Id, k); }           \
-  void x##NotifyQuiesced(bool q) { x##_.quiescedChanged(q); }  \
-  void x##NotifyMountStatus() { x##_.mountStatusChanged(); }   \
-  FibCollection<Key, Value, FibMarshaller<Value, bound>> x##_{ \
-      #x,        std::string(name().view()),                   \
-      kTypeName, bound,                                        \
-      counters_, [this](Key const& k) { x##Notify(k); }};
+#define TUNNEL_FIB_MEMBER(x, Key, Value, bound, id, controlId)                                 \
+  void x##Notify(Key const& k) { notify(x##Id, k); }                                           \
+  void x##NotifyQuiesced(bool q) { x##_.quiescedChanged(q); }                                  \
+  void x##NotifyMountStatus() { x##_.mountStatusChanged(); }                                   \
+  Zent::Ptr<ZentTamsel::CollectionControl> x##Control_ =                                       \
+      ZentTamsel::collectionControlFactory(Zent::String(std::string(name().view()) + "." #x)); \
+  FibCollection<Key, Value, bound> x##_{                                                       \
+      #x,                                                                                      \
+      FibCollection<Key, Value, bound>::shape(kTypeName, #x, bound),                           \
+      std::string(name().view()) + "/" #x,                                                     \
+      counters_,                                                                               \
+      x##Control_,                                                                             \
+      [this](Key const& k) { x##Notify(k); }};
   Zent::CounterSet counters_;
   TUNNEL_FIB_COLLECTIONS(TUNNEL_FIB_MEMBER)
 #undef TUNNEL_FIB_MEMBER

@@ -24,9 +24,7 @@
 
 namespace Tunnel::TunnelTable {
 
-class TunnelTableBase : public Zent::Entity,
-                        public ZentTamsel::Mountable,
-                        public ZentTamsel::CollectionListener {
+class TunnelTableBase : public Zent::Entity, public ZentTamsel::Mountable {
  public:
   static constexpr Zent::AttributeId kTableTypeId = 384;
   static constexpr Zent::AttributeId kTunnelTableIdId = 385;
@@ -45,14 +43,6 @@ class TunnelTableBase : public Zent::Entity,
 
   Zent::Ptr<ZentTamsel::CollectionControl> const& entryControl() const { return entryControl_; }
   void entryControlIs(Zent::Ptr<ZentTamsel::CollectionControl> const& c);
-
-  // What the binding delivers: a key changed (relayed to the table's
-  // reactors), the reader resynchronised, the mount status or quiescence
-  // changed.
-  void keyChanged(void const* key) final;
-  void resynchronised(bool overflow) final;
-  void mountStatusChanged() final;
-  void quiescedChanged(bool quiesced) final;
 
   // The table's own counters, listed with the process's named counters.
   Zent::CounterSet const& counters() const { return counters_; }
@@ -86,35 +76,14 @@ class TunnelTableBase : public Zent::Entity,
  protected:
   void handleParent() override;
   // Announces a change of `key` to the reactors.
-  void entryNotify(TunnelId const& key) {
-    entryNotifyCounter_.inc();
-    notify(kEntryId, key);
-  }
-  // A value shadow refreshes its copy of `key`'s entry (every entry when
-  // null) before the reactors hear of it.
-  virtual void entryShadowRefresh(TunnelId const* key) = 0;
-  // Reports a corrupt record met by a mutator and stops the process: a table
-  // whose shared memory is corrupt is never written further.
-  [[noreturn]] void corruptionDetected(std::string const& message);
-  // A writer publishes its counters in the table, for tools in other
-  // processes ("tunnelctl counters").
-  void publishCounters() {
-    if (auto* w = entryCore().writer()) {
-      w->publishedCounterIs(0, entryIsCounter_.value());
-      w->publishedCounterIs(1, entryDelCounter_.value());
-      w->publishedCounterIs(2, entryNotifyCounter_.value());
-    }
-  }
+  void entryNotify(TunnelId const& key) { notify(kEntryId, key); }
 
   Zent::CounterSet counters_;
-  Zent::Counter& entryIsCounter_;
-  Zent::Counter& entryDelCounter_;
-  Zent::Counter& entryNotifyCounter_;
+  Zent::Ptr<ZentTamsel::CollectionControl> entryControl_;
 
  private:
   TunnelType tableType_ = unknownTunnel;
   TunnelTableIdentifier tunnelTableId_ = TunnelTableIdentifier::invalidTunnelTable;
-  Zent::Ptr<ZentTamsel::CollectionControl> entryControl_;
 };
 
 }  // namespace Tunnel::TunnelTable

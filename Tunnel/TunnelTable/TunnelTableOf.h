@@ -14,7 +14,7 @@
 #include "Tunnel/TunnelTable/DumpContext.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/TypeRegistry.h"
-#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
+#include "Tunnel/shmem/ZentTamsel/Collection.h"
 
 namespace Tunnel::TunnelTable {
 
@@ -28,83 +28,49 @@ template <typename Entry, typename Base = TunnelTableBase,
 class TunnelTableOf : public Base {
  public:
   using EntryType = Entry;
-  using EntryMap = ZentTamsel::ZentTamselMap<TunnelId, Entry, EntryTunnelId<Entry>, Marshaller>;
+  using EntryCollection = ZentTamsel::Collection<TunnelId, Entry, EntryTunnelId<Entry>, Marshaller>;
+  using EntryMap = typename EntryCollection::Map;
 
   // `typeName` is the table's qualified type name; `bound` the largest record
   // its collection accepts (0 for fixed-size records).
   TunnelTableOf(Zent::String const& name, const char* typeName, uint32_t bound)
-      : Base(name), entry_(shape(typeName, bound)), zeroReferences_(*this) {
+      : Base(name),
+        entry_("entry", EntryCollection::shape(typeName, allocatorName(typeName), bound),
+               std::string(name.view()), this->counters_, this->entryControl_,
+               [this](TunnelId const& k) { this->entryNotify(k); }),
+        zeroReferences_(*this) {
     this->zeroReferencesNotifieeIs(&zeroReferences_);
-    entry_.entity(std::string(name.view()), this);
   }
 
   // Inserts or replaces the entry under e.tunnelId() and notifies once.
-  void entryIs(Entry const& e) {
-    this->entryIsCounter_.inc();
-    try {
-      entry_.safeWrite(e);
-    } catch (ZentTamsel::CorruptionException const& c) {
-      this->corruptionDetected(c.what());
-    }
-    this->entryNotify(e.tunnelId());
-    this->publishCounters();
-  }
-
+  void entryIs(Entry const& e) { entry_.is(e); }
   // Removes and returns the entry; a default entry, without notification,
   // when there was none.
-  Entry entryDel(TunnelId const& key) {
-    this->entryDelCounter_.inc();
-    Entry old;
-    bool removed = false;
-    try {
-      removed = entry_.safeRemove(key, &old);
-    } catch (ZentTamsel::CorruptionException const& c) {
-      this->corruptionDetected(c.what());
-    }
-    if (!removed) {
-      this->publishCounters();
-      return Entry();
-    }
-    this->entryNotify(key);
-    this->publishCounters();
-    return old;
-  }
-
+  Entry entryDel(TunnelId const& key) { return entry_.del(key); }
   // Removes every entry, one notification per entry.
-  void entryDelAll() {
-    for (TunnelId const& k : entry_.keys()) entryDel(k);
-  }
-
+  void entryDelAll() { entry_.delAll(); }
   // Publishes an entry its writer changed in place.
-  void entryCommit(Entry const* e) {
-    try {
-      entry_.directCommit(*e);
-    } catch (ZentTamsel::CorruptionException const& c) {
-      this->corruptionDetected(c.what());
-    }
-    this->entryNotify(e->tunnelId());
-    this->publishCounters();
-  }
+  void entryCommit(Entry const* e) { entry_.commit(e); }
 
   // The entry under `key`, or a default entry when there is none.
-  Entry entry(TunnelId const& key) const { return entry_.value(key); }
-  bool entry(TunnelId const& key, Entry& out) const { return entry_.lookup(key, out); }
-  bool entryHas(TunnelId const& key) const { return entry_.has(key); }
+  Entry entry(TunnelId const& key) const { return entry_.map().value(key); }
+  bool entry(TunnelId const& key, Entry& out) const { return entry_.map().lookup(key, out); }
+  bool entryHas(TunnelId const& key) const { return entry_.map().has(key); }
 
   ZentTamsel::TamselMapCore& entryCore() override { return entry_.core(); }
   ZentTamsel::TamselMapCore const& entryCore() const override { return entry_.core(); }
-  uint64_t entryCount() const override { return entry_.size(); }
+  uint64_t entryCount() const override { return entry_.map().size(); }
   std::vector<TunnelId> entryKeys(TunnelId const* bookmark, size_t max) const override {
-    return entry_.keys(bookmark, max);
+    return entry_.map().keys(bookmark, max);
   }
   std::string entryText(TunnelId const& key) const override {
     Entry e;
-    return entry_.lookup(key, e) ? e.stringValue() : std::string();
+    return entry_.map().lookup(key, e) ? e.stringValue() : std::string();
   }
   // Entry types without a dump form show their canonical text as one line.
   std::string entryDumpText(TunnelId const& key) const override {
     Entry e;
-    if (!entry_.lookup(key, e)) return std::string();
+    if (!entry_.map().lookup(key, e)) return std::string();
     std::ostringstream out;
     DumpContext ctx(out);
     if constexpr (requires { e.dumpState(&ctx, 2); }) {
@@ -125,30 +91,14 @@ class TunnelTableOf : public Base {
     TunnelTableOf& table_;
   };
 
- protected:
-  void entryShadowRefresh(TunnelId const* key) override {
-    if (key) {
-      entry_.shadowRefresh(*key);
-    } else {
-      entry_.shadowRefreshAll();
-    }
-  }
-
  private:
-  static Tamsel::TableShape shape(const char* typeName, uint32_t bound) {
-    Tamsel::TableShape s;
-    s.typeName = typeName;
+  // The allocator is named after the table type's last component.
+  static std::string allocatorName(const char* typeName) {
     std::string n = typeName;
-    s.allocatorName = n.substr(n.rfind(':') + 1);
-    if (bound == 0) {
-      s.fixedPayload = sizeof(Entry);
-    } else {
-      s.maxPayload = bound;
-    }
-    return s;
+    return n.substr(n.rfind(':') + 1);
   }
 
-  EntryMap entry_;
+  EntryCollection entry_;
   ZeroReferencesNotifiee zeroReferences_;
 };
 
