@@ -52,40 +52,6 @@ Zent::Ptr<TunnelFib> tunnelFibFactory(Zent::String const& name) {
 
 namespace {
 
-// Walks one shared-memory collection in key order; each value is read when
-// reached, and values removed since the keys were taken are passed over.
-template <typename Key, typename Value>
-class KeyWalk : public Zent::GenericIterator {
- public:
-  using Read = std::function<bool(Key const&, Value&)>;
-  using Del = std::function<void(Key const&)>;
-  KeyWalk(std::vector<Key> keys, Read read, Del del)
-      : keys_(std::move(keys)), read_(std::move(read)), del_(std::move(del)) {
-    load();
-  }
-  bool iterNonnull() const override { return pos_ < keys_.size(); }
-  void const* iterKey() const override { return &keys_[pos_]; }
-  void const* iterObj() const override { return &value_; }
-  void iterInc() override {
-    ++pos_;
-    load();
-  }
-  void iterDel() override {
-    del_(keys_[pos_]);
-    iterInc();
-  }
-
- private:
-  void load() {
-    while (pos_ < keys_.size() && !read_(keys_[pos_], value_)) ++pos_;
-  }
-  std::vector<Key> keys_;
-  Read read_;
-  Del del_;
-  size_t pos_ = 0;
-  Value value_;
-};
-
 class TunnelFibType : public Zent::GenericIf {
  public:
   TunnelFibType() : GenericIf(TunnelFib::kTypeName, Kind::entity) {
@@ -109,7 +75,7 @@ class TunnelFibType : public Zent::GenericIf {
     switch (id) {
 #define TUNNEL_FIB_ITERATOR(x, Key, Value, ...)                                 \
   case TunnelFib::x##Id:                                                        \
-    return std::make_unique<KeyWalk<Key, Value>>(                               \
+    return std::make_unique<Zent::KeysIterator<Key, Value>>(                    \
         fib->x##Keys(), [fib](Key const& k, Value& v) { return fib->x(k, v); }, \
         [fib](Key const& k) { fib->x##Del(k); });
       TUNNEL_FIB_COLLECTIONS(TUNNEL_FIB_ITERATOR)

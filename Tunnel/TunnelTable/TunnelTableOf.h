@@ -139,36 +139,16 @@ class TunnelTableTypeImpl : public Zent::GenericIf {
                                                            Zent::AttributeId id) const override {
     auto const* t = dynamic_cast<Table const*>(e);
     if (!t || id != TunnelTableBase::kEntryId) return nullptr;
-    return std::make_unique<Iterator>(const_cast<Table*>(t));
+    // The iterator removes through the table's own mutator.
+    auto* table = const_cast<Table*>(t);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    using Entry = typename Table::EntryType;
+    return std::make_unique<Zent::KeysIterator<TunnelId, Entry>>(
+        table->entryKeys(nullptr, SIZE_MAX),
+        [table](TunnelId const& k, Entry& v) { return table->entry(k, v); },
+        [table](TunnelId const& k) { table->entryDel(k); });
   }
 
  private:
-  // Walks the entries in key order; each entry is read when reached.
-  class Iterator : public Zent::GenericIterator {
-   public:
-    explicit Iterator(Table* t) : table_(t), keys_(t->entryKeys(nullptr, SIZE_MAX)) { load(); }
-    bool iterNonnull() const override { return pos_ < keys_.size(); }
-    void const* iterKey() const override { return &keys_[pos_]; }
-    void const* iterObj() const override { return &entry_; }
-    void iterInc() override {
-      ++pos_;
-      load();
-    }
-    void iterDel() override {
-      table_->entryDel(keys_[pos_]);
-      iterInc();
-    }
-
-   private:
-    void load() {
-      // Entries removed since the keys were taken are passed over.
-      while (pos_ < keys_.size() && !table_->entry(keys_[pos_], entry_)) ++pos_;
-    }
-    Table* table_;
-    std::vector<TunnelId> keys_;
-    size_t pos_ = 0;
-    typename Table::EntryType entry_;
-  };
   Factory factory_;
 };
 

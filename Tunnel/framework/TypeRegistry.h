@@ -75,6 +75,42 @@ std::unique_ptr<GenericIterator> collectionIterator(Map const& m, Del&& del) {
   return std::make_unique<CollectionIterator<Map>>(m, std::forward<Del>(del));
 }
 
+// The GenericIterator of a collection read by key (one kept in shared memory,
+// say): the keys are taken first, each value is read when reached, and values
+// removed since the keys were taken are passed over. Removal goes through
+// `del`, the entity's own mutator.
+template <typename Key, typename Value>
+class KeysIterator : public Zent::GenericIterator {
+ public:
+  using Read = std::function<bool(Key const&, Value&)>;
+  using Del = std::function<void(Key const&)>;
+  KeysIterator(std::vector<Key> keys, Read read, Del del)
+      : keys_(std::move(keys)), read_(std::move(read)), del_(std::move(del)) {
+    load();
+  }
+  bool iterNonnull() const override { return pos_ < keys_.size(); }
+  void const* iterKey() const override { return &keys_[pos_]; }
+  void const* iterObj() const override { return &value_; }
+  void iterInc() override {
+    ++pos_;
+    load();
+  }
+  void iterDel() override {
+    del_(keys_[pos_]);
+    iterInc();
+  }
+
+ private:
+  void load() {
+    while (pos_ < keys_.size() && !read_(keys_[pos_], value_)) ++pos_;
+  }
+  std::vector<Key> keys_;
+  Read read_;
+  Del del_;
+  size_t pos_ = 0;
+  Value value_;
+};
+
 class GenericIf {
  public:
   enum class Kind { value, entity };
