@@ -105,8 +105,6 @@ class TunnelFib : public Zent::Entity, public ZentTamsel::Mountable {
  private:
 #define TUNNEL_FIB_MEMBER(x, Key, Value, bound, id, controlId)                                 \
   void x##Notify(Key const& k) { notify(x##Id, k); }                                           \
-  void x##NotifyQuiesced(bool q) { x##_.quiescedChanged(q); }                                  \
-  void x##NotifyMountStatus() { x##_.mountStatusChanged(); }                                   \
   Zent::Ptr<ZentTamsel::CollectionControl> x##Control_ =                                       \
       ZentTamsel::collectionControlFactory(Zent::String(std::string(name().view()) + "." #x)); \
   FibCollection<Key, Value, bound> x##_{                                                       \

@@ -65,8 +65,7 @@ namespace {
   if (childEntry == entry) {
     // A tunnel over itself: its own vias are the child's, and adding to a
     // set while walking it is not safe.
-    std::vector<MplsVia> snapshot;
-    for (auto const& v : childEntry->viaInfo()) snapshot.push_back(v);
+    std::vector<MplsVia> const snapshot(childEntry->viaInfo().begin(), childEntry->viaInfo().end());
     for (auto const& v : snapshot) join(v);
   } else {
     for (auto const& v : childEntry->viaInfo()) join(v);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <memory>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -36,13 +37,27 @@ std::string flagsText(TunnelFlags f) {
   return f.burnPrimaryVias() ? "burn" : "ordered";
 }
 
-std::vector<TunnelFibEntry> readEntries(MountedFib& m, std::vector<TunnelId> const& ids) {
-  std::vector<TunnelFibEntry> out;
-  TunnelFibEntry e;
+// What the listing shows of an entry: a FIB entry holds room for 1,200 vias,
+// so a listing keeps these rows rather than the entries.
+struct EntryRow {
+  TunnelId id;
+  bool usable;
+  TunnelFlags flags;
+  uint16_t seqNo;
+  uint32_t primaryVias, backupVias;
+};
+
+std::vector<EntryRow> readRows(TunnelFib const& fib) {
+  std::vector<TunnelId> ids = fib.entryKeys();
+  std::sort(ids.begin(), ids.end());
+  std::vector<EntryRow> rows;
+  auto e = std::make_unique<TunnelFibEntry>();
   for (TunnelId const& id : ids) {
-    if (m.fib().entry(id, e)) out.push_back(e);
+    if (!fib.entry(id, *e)) continue;
+    rows.push_back({id, e->arePrimaryViasUsable(), e->flags(), e->seqNo().value(),
+                    e->tunnelViaCount(), e->backupTunnelViaCount()});
   }
-  return out;
+  return rows;
 }
 
 // Every encapsulation the FIB publishes, as (id, canonical text, summary).
@@ -66,7 +81,7 @@ std::vector<EncapRow> readEncaps(TunnelFib const& fib) {
   return rows;
 }
 
-void printListing(MountedFib const& m, std::vector<TunnelFibEntry> const& entries,
+void printListing(MountedFib const& m, std::vector<EntryRow> const& entries,
                   std::vector<EncapRow> const& encaps, std::string const& root, bool json) {
   if (json) {
     Json j;
@@ -75,14 +90,14 @@ void printListing(MountedFib const& m, std::vector<TunnelFibEntry> const& entrie
     j["writerAlive"] = m.file().writerAlive;
     j["entries"] = Json::array();
     for (auto const& e : entries) {
-      j["entries"].push_back({{"tunnel", tunnelIdLabel(e.tunnelId())},
-                              {"tunnelId", e.tunnelId().value()},
-                              {"arePrimaryViasUsable", e.arePrimaryViasUsable()},
-                              {"burnPrimaryVias", e.flags().burnPrimaryVias()},
-                              {"viasOrdered", e.flags().viasOrdered()},
-                              {"seqNo", e.seqNo().value()},
-                              {"primaryVias", e.tunnelViaCount()},
-                              {"backupVias", e.backupTunnelViaCount()}});
+      j["entries"].push_back({{"tunnel", tunnelIdLabel(e.id)},
+                              {"tunnelId", e.id.value()},
+                              {"arePrimaryViasUsable", e.usable},
+                              {"burnPrimaryVias", e.flags.burnPrimaryVias()},
+                              {"viasOrdered", e.flags.viasOrdered()},
+                              {"seqNo", e.seqNo},
+                              {"primaryVias", e.primaryVias},
+                              {"backupVias", e.backupVias}});
     }
     j["encaps"] = Json::array();
     for (auto const& r : encaps) {
@@ -94,15 +109,14 @@ void printListing(MountedFib const& m, std::vector<TunnelFibEntry> const& entrie
   fmt::print("tunnel FIB under {} at {}: {} entr{}, writer {}\n", root, m.file().mountPath,
              entries.size(), entries.size() == 1 ? "y" : "ies", writerText(m.file()));
   size_t w = 6;
-  for (auto const& e : entries) w = std::max(w, tunnelIdLabel(e.tunnelId()).size());
+  for (auto const& e : entries) w = std::max(w, tunnelIdLabel(e.id).size());
   if (!entries.empty()) {
     fmt::print("{:<{}}  {:<6}  {:<12}  {:>5}  {:>7}  {:>6}\n", "TUNNEL", w, "USABLE", "FLAGS",
                "SEQNO", "PRIMARY", "BACKUP");
   }
   for (auto const& e : entries) {
-    fmt::print("{:<{}}  {:<6}  {:<12}  {:>5}  {:>7}  {:>6}\n", tunnelIdLabel(e.tunnelId()), w,
-               e.arePrimaryViasUsable() ? "yes" : "no", flagsText(e.flags()), e.seqNo().value(),
-               e.tunnelViaCount(), e.backupTunnelViaCount());
+    fmt::print("{:<{}}  {:<6}  {:<12}  {:>5}  {:>7}  {:>6}\n", tunnelIdLabel(e.id), w,
+               e.usable ? "yes" : "no", flagsText(e.flags), e.seqNo, e.primaryVias, e.backupVias);
   }
   fmt::print("{} encapsulation{}\n", encaps.size(), encaps.size() == 1 ? "" : "s");
   size_t ew = 5;
@@ -121,28 +135,35 @@ void dumpVias(Tunnel::TunnelTable::DumpContext* ctx, TunnelFib const& fib, const
   }
 }
 
-void printShown(TunnelFib const& fib, std::vector<TunnelFibEntry> const& entries, EntryForm form) {
-  if (form == EntryForm::json) {
-    auto all = Json::array();
-    for (auto const& e : entries) all.push_back(canonicalTextToJson(e.stringValue()));
-    std::cout << all.dump(2) << '\n';
-    return;
-  }
-  for (auto const& e : entries) {
-    if (form == EntryForm::text) {
-      std::cout << e.stringValue() << '\n';
+// Prints the entries of `ids` as they are read; returns the ids absent.
+std::vector<TunnelId> printShown(TunnelFib const& fib, std::vector<TunnelId> const& ids,
+                                 EntryForm form) {
+  std::vector<TunnelId> absent;
+  auto all = Json::array();
+  auto e = std::make_unique<TunnelFibEntry>();
+  for (TunnelId const& id : ids) {
+    if (!fib.entry(id, *e)) {
+      absent.push_back(id);
       continue;
     }
-    Tunnel::TunnelTable::DumpContext ctx(std::cout);
-    std::cout << tunnelIdLabel(e.tunnelId()) << " (" << e.tunnelId().value() << ")\n";
-    dumpf(&ctx, 2, "arePrimaryViasUsable: {}\n", e.arePrimaryViasUsable());
-    dumpf(&ctx, 2, "flags: burnPrimaryVias {}, viasOrdered {}\n", e.flags().burnPrimaryVias(),
-          e.flags().viasOrdered());
-    dumpf(&ctx, 2, "resetFailoverState: {}\n", e.resetFailoverState());
-    dumpf(&ctx, 2, "seqNo: {}\n", e.seqNo().value());
-    dumpVias(&ctx, fib, "tunnelVia", e.tunnelVia());
-    dumpVias(&ctx, fib, "backupTunnelVia", e.backupTunnelVia());
+    if (form == EntryForm::json) {
+      all.push_back(canonicalTextToJson(e->stringValue()));
+    } else if (form == EntryForm::text) {
+      std::cout << e->stringValue() << '\n';
+    } else {
+      Tunnel::TunnelTable::DumpContext ctx(std::cout);
+      std::cout << tunnelIdLabel(id) << " (" << id.value() << ")\n";
+      dumpf(&ctx, 2, "arePrimaryViasUsable: {}\n", e->arePrimaryViasUsable());
+      dumpf(&ctx, 2, "flags: burnPrimaryVias {}, viasOrdered {}\n", e->flags().burnPrimaryVias(),
+            e->flags().viasOrdered());
+      dumpf(&ctx, 2, "resetFailoverState: {}\n", e->resetFailoverState());
+      dumpf(&ctx, 2, "seqNo: {}\n", e->seqNo().value());
+      dumpVias(&ctx, fib, "tunnelVia", e->tunnelVia());
+      dumpVias(&ctx, fib, "backupTunnelVia", e->backupTunnelVia());
+    }
   }
+  if (form == EntryForm::json) std::cout << all.dump(2) << '\n';
+  return absent;
 }
 
 }  // namespace
@@ -201,16 +222,11 @@ int runFib(FibOptions const& o) {
     printNote(fmt::format("the writer of the tunnel FIB (pid {}) is gone; showing what it left",
                           m.file().writerPid));
   }
-  bool listing = !o.show;
-  if (listing) {
-    ids = m.fib().entryKeys();
-    std::sort(ids.begin(), ids.end());
-  }
-  std::vector<TunnelFibEntry> entries = readEntries(m, ids);
-  if (listing) {
-    printListing(m, entries, readEncaps(m.fib()), o.root, o.form == EntryForm::json);
+  std::vector<TunnelId> absent;
+  if (o.show) {
+    absent = printShown(m.fib(), ids, o.form);
   } else {
-    printShown(m.fib(), entries, o.form);
+    printListing(m, readRows(m.fib()), readEncaps(m.fib()), o.root, o.form == EntryForm::json);
   }
   std::cout.flush();
 
@@ -219,13 +235,9 @@ int runFib(FibOptions const& o) {
     printError(c);
     rc = kExitRuntime;
   }
-  for (TunnelId const& id : listing ? std::vector<TunnelId>{} : ids) {
-    bool found = false;
-    for (auto const& e : entries) found = found || e.tunnelId() == id;
-    if (!found) {
-      printError(fmt::format("no entry {} ({}) in the tunnel FIB", tunnelIdLabel(id), id.value()));
-      rc = kExitRuntime;
-    }
+  for (TunnelId const& id : absent) {
+    printError(fmt::format("no entry {} ({}) in the tunnel FIB", tunnelIdLabel(id), id.value()));
+    rc = kExitRuntime;
   }
   return rc;
 }
