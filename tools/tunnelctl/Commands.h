@@ -4,6 +4,7 @@
 // main to report.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,18 @@ struct RedistOptions {
   bool json = false;
 };
 int runRedist(RedistOptions const& o);
+
+// The tunnel RIB's winners (all endpoints, or those of `endpoint`), or with
+// `candidates` every candidate of `endpoint` in rank order.
+struct RibOptions {
+  std::string root = kDefaultStateRoot;
+  bool colored = false;
+  std::optional<uint32_t> color;  // implies colored
+  std::string endpoint;
+  bool candidates = false;
+  bool json = false;
+};
+int runRib(RibOptions const& o);
 
 struct DemoOptions {
   std::string root = kDefaultStateRoot;

@@ -20,6 +20,7 @@
 #include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/DemoFib.h"
+#include "tools/tunnelctl/DemoRib.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"
 
@@ -40,6 +41,7 @@ std::vector<std::string> demoTablePaths() {
   std::vector<std::string> paths;
   for (RedistProtocol p : kRedistProtocols) paths.push_back("tunnel/table/" + tableNameOf(p));
   paths.push_back(Tunnel::TunnelFib::TunnelFib::kMountPath);
+  for (auto const* p : kRibPaths) paths.push_back(p);
   return paths;
 }
 
@@ -74,7 +76,10 @@ void removeTables(std::string const& root) {
     }
   }
   // Only directories left empty go.
-  for (auto const& dir : {root + "/tunnel/table", root + "/tunnel", root}) ::rmdir(dir.c_str());
+  for (auto const& dir : {root + "/tunnel/table", root + "/tunnel/rib", root + "/tunnel/cli",
+                          root + "/tunnel", root}) {
+    ::rmdir(dir.c_str());
+  }
 }
 
 template <typename Fn>
@@ -130,9 +135,12 @@ void stopAll(std::vector<Child>& children, bool terminate) {
 // all is well. The consumer ends by itself, with status 0, when it is done.
 std::string failureOf(SharedRegion const& region, std::vector<Child> const& children) {
   for (auto const& c : children) {
-    bool fib = c.slot == kFibWriter;
-    ProcStatus const& p = fib ? region.header().fibProducer : region.header().proc[c.slot];
-    std::string who = fib ? std::string("FIB producer")
+    bool fib = c.slot == kFibWriter, rib = c.slot == kRibCalc;
+    ProcStatus const& p = fib   ? region.header().fibProducer
+                          : rib ? region.header().ribCalc
+                                : region.header().proc[c.slot];
+    std::string who = fib   ? std::string("FIB producer")
+                      : rib ? std::string("RIB calculator")
                       : c.slot == kConsumer
                           ? std::string("consumer")
                           : "producer " + std::string(keyword(kRedistProtocols[c.slot]));
@@ -214,6 +222,7 @@ int runDemo(DemoOptions const& o) {
     children.push_back(spawn(i, [&, i] { return runProducer(region, kRedistProtocols[i], o); }));
   }
   children.push_back(spawn(kFibWriter, [&] { return runFibProducer(region, o); }));
+  children.push_back(spawn(kRibCalc, [&] { return runRibCalculator(region, o); }));
   // Last: the demo ends when the consumer does.
   children.push_back(spawn(kConsumer, [&] { return runConsumer(region, o); }));
 
@@ -222,7 +231,10 @@ int runDemo(DemoOptions const& o) {
   while (!stopRequested()) {
     for (auto& c : children) reap(c, false);
     failure = failureOf(region, children);
-    if (!failure.empty() || !children.back().running) break;  // the consumer is done
+    // Done when the consumer has ended and the RIB calculator has checked.
+    if (!failure.empty() || (!children.back().running && h.ribCalc.phaseNow() == Phase::done)) {
+      break;
+    }
     progress.show(false);
     ::usleep(20'000);
   }
@@ -242,7 +254,7 @@ int runDemo(DemoOptions const& o) {
     return kExitRuntime;
   }
   printSummary(region, o, commandPath(), o.root == kDefaultStateRoot ? "" : " --root " + o.root);
-  bool match = true;
+  bool match = h.rib.matches.load() != 0;
   for (auto const& r : h.result) match = match && r.matchesTable.load() && r.matchesProducer.load();
   return match ? kExitOk : kExitRuntime;
 }

@@ -5,6 +5,7 @@
 
 #include "tools/tunnelctl/Demo.h"
 #include "tools/tunnelctl/DemoFib.h"
+#include "tools/tunnelctl/DemoTunnels.h"
 #include "tools/tunnelctl/TunnelIdText.h"
 
 namespace TunnelCtl::Demo {
@@ -107,6 +108,14 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
   fmt::print("  tunnel FIB: {} entries, {} encapsulations; {} resolves to {} flattened vias\n",
              fib.tunnels.load(), fib.entries.load(), TunnelTool::tunnelIdLabel(fibExample()),
              h.fibExampleVias.load());
+  RibResult const& rib = h.rib;
+  fmt::print(
+      "  tunnel RIB: {} endpoints ({} colored), {} candidates; {} notifications took {} endpoint "
+      "computations and {} RIB writes; equal to a calculation afresh from the tables: {}\n",
+      grouped(rib.endpoints.load()), grouped(rib.coloredEndpoints.load()),
+      grouped(rib.candidates.load()), grouped(h.ribCalc.writes.load()),
+      grouped(rib.computations.load()), grouped(rib.ribWrites.load()),
+      rib.matches.load() ? "match" : "MISMATCH");
   fmt::print("  consumer configuration equals what the producers' tables imply: {}\n\n",
              all ? "match" : "MISMATCH");
   if (o.keep) {
@@ -132,6 +141,8 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
   for (auto id : {fibExample(), fibBlackHole()}) {
     fmt::print("  {} resolve {}{}\n", bin, TunnelTool::tunnelIdLabel(id), rootOption);
   }
+  fmt::print("  {} rib{}\n", bin, rootOption);
+  fmt::print("  {} rib {} --candidates{}\n", bin, demoPrefix(0).stringValue(), rootOption);
   fmt::print("  {} counters ldp{}\n", bin, rootOption);
   fmt::print("  {} redist isis-sr{}\n", bin, rootOption);
 }

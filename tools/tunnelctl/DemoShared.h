@@ -14,6 +14,7 @@ namespace TunnelCtl::Demo {
 inline constexpr int kProducers = 3;  // LDP, IS-IS SR, BGP-LU, in RedistProtocol order
 inline constexpr int kConsumer = 3;   // the slot of the consumer's status
 inline constexpr int kFibWriter = 4;  // the FIB's writer: SharedHeader::fibProducer
+inline constexpr int kRibCalc = 5;    // the RIB calculator: SharedHeader::ribCalc
 
 enum class Phase : uint32_t {
   starting,
@@ -70,11 +71,25 @@ struct LatencyResult {
   std::atomic<uint64_t> maxNs{0};
 };
 
+// The RIB calculator's findings.
+struct RibResult {
+  std::atomic<uint64_t> endpoints{0};  // tunnel RIB entries
+  std::atomic<uint64_t> coloredEndpoints{0};
+  std::atomic<uint64_t> candidates{0};    // of both command-line views
+  std::atomic<uint64_t> computations{0};  // endpoints recomputed
+  std::atomic<uint64_t> ribWrites{0};
+  std::atomic<uint64_t> updateCounter{0};  // the tunnel RIB's
+  std::atomic<uint32_t> matches{0};        // equal to a calculation afresh
+};
+
 struct SharedHeader {
   ProcStatus proc[kProducers + 1];
   // The FIB's writer: tunnels counts its entries, entries its encapsulations.
   ProcStatus fibProducer;
   std::atomic<uint64_t> fibExampleVias{0};  // flattened vias of Demo::fibExample()
+  // The RIB calculator: writes counts notifications, tunnels RIB entries.
+  ProcStatus ribCalc;
+  RibResult rib;
   ProtocolResult result[kProducers];
   LatencyResult loadLatency;
   LatencyResult churnLatency;

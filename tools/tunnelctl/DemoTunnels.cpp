@@ -24,9 +24,12 @@ uint32_t neighbourOf(TunnelState const& s, uint32_t via) {
   return (s.firstNeighbour + via) % kNeighbours;
 }
 
+// The entry metric, coarser than the protocol's metric, so that tunnels of
+// one protocol to one endpoint tie often and form ECMP sets in the RIB.
 template <typename Entry>
 void fillEndpoint(Entry& e, TunnelState const& s) {
   e.endpointIs(TepIndex(0), demoPrefix(s.prefix));
+  e.entryMetricIs(s.metric / 250);
 }
 
 // IGP tunnels carry one MPLS via per neighbour, with `label(n)` pushed.

@@ -23,9 +23,6 @@ using Tunnel::TunnelTable::TunnelTableMounter;
 namespace {
 
 std::string tablesDir(std::string const& root) { return root + "/tunnel/table"; }
-std::string fibDir(std::string const& root) {
-  return root + "/" + Tunnel::TunnelFib::TunnelFib::kMountPath;
-}
 
 bool isFile(std::string const& path) {
   struct stat st {};
@@ -118,21 +115,34 @@ TableFile inspectTable(std::string const& root, std::string const& name) {
   return t;
 }
 
-bool hasFib(std::string const& root) { return isFile(fibDir(root) + "/entry.tbl"); }
+bool hasPublished(std::string const& root, std::string const& mountPath) {
+  return isFile(root + "/" + mountPath + "/entry.tbl");
+}
 
-TableFile inspectFib(std::string const& root) {
+TableFile inspectPublished(std::string const& root, std::string const& name,
+                           std::string const& mountPath, std::string const& entryType,
+                           std::string const& what) {
   checkStateRoot(root);
-  if (!hasFib(root)) {
+  if (!hasPublished(root, mountPath)) {
     throw CtlError(fmt::format(
-        "no tunnel FIB under {} (no agent has published one at {}; --root names another)", root,
-        Tunnel::TunnelFib::TunnelFib::kMountPath));
+        "no {} under {} (no agent has published one at {}; --root names another)", what, root,
+        mountPath));
   }
   TableFile t;
-  t.name = "fib";
-  t.mountPath = Tunnel::TunnelFib::TunnelFib::kMountPath;
-  readHeader(root, t.name, fibDir(root), t);
-  t.entryType = Tunnel::TunnelFib::TunnelFibEntry::kTypeName;
+  t.name = name;
+  t.mountPath = mountPath;
+  readHeader(root, t.name, root + "/" + mountPath, t);
+  t.entryType = entryType;
   return t;
+}
+
+bool hasFib(std::string const& root) {
+  return hasPublished(root, Tunnel::TunnelFib::TunnelFib::kMountPath);
+}
+
+TableFile inspectFib(std::string const& root) {
+  return inspectPublished(root, "fib", Tunnel::TunnelFib::TunnelFib::kMountPath,
+                          Tunnel::TunnelFib::TunnelFibEntry::kTypeName, "tunnel FIB");
 }
 
 std::vector<TableFile> listTables(std::string const& root) {

@@ -73,6 +73,14 @@ class MountedTable {
   std::vector<std::string> corruptions_;
 };
 
+// An entity published beside the tables (the FIB, a RIB), from the header of
+// the entry file in `mountPath` under `root`, listed as `name`. Throws
+// CtlError naming `what` when there is none.
+TableFile inspectPublished(std::string const& root, std::string const& name,
+                           std::string const& mountPath, std::string const& entryType,
+                           std::string const& what);
+bool hasPublished(std::string const& root, std::string const& mountPath);
+
 // The tunnel FIB under `root`, from the header of its entry file: name "fib",
 // mount path "tunnel/fib". Throws CtlError when there is none.
 TableFile inspectFib(std::string const& root);

@@ -1,7 +1,8 @@
 // tunnelctl: the operator's view of the shared-memory tunnel tables under a
 // state root: which tables there are, their entries, their changes as they
 // happen, their writers' counters, the redistribution they imply, the tunnel
-// FIB and how its tunnels resolve, and a demo
+// FIB and how its tunnels resolve, the tunnel RIB and its candidates, and a
+// demo
 // that runs producers and a consumer against each other.
 
 #include <CLI/CLI.hpp>
@@ -89,6 +90,17 @@ int main(int argc, char** argv) {
   redistCmd->add_flag("--json", redist.json, "As JSON");
   addRoot(redistCmd, redist.root);
 
+  RibOptions rib;
+  auto* ribCmd = app.add_subcommand(
+      "rib", "The tunnel RIB's winners per endpoint, or every candidate of one and why it lost");
+  ribCmd->add_option("endpoint", rib.endpoint, "Endpoint prefix (10.0.0.1/32) or address");
+  ribCmd->add_flag("--colored", rib.colored, "The colored tunnel RIB");
+  ribCmd->add_option("--color", rib.color, "Only this color (implies --colored)");
+  ribCmd->add_flag("--candidates", rib.candidates,
+                   "Every candidate of ENDPOINT in rank order, with why each lost");
+  ribCmd->add_flag("--json", rib.json, "As JSON");
+  addRoot(ribCmd, rib.root);
+
   DemoOptions demo;
   auto* demoCmd = app.add_subcommand(
       "demo", "Run LDP, IS-IS SR and BGP-LU producers and a redistribution consumer, then report");
@@ -106,7 +118,7 @@ int main(int argc, char** argv) {
     if (!known) {
       printError(
           std::string("unknown command '") + argv[1] +
-          "' (tables, show, fib, resolve, watch, counters, redist, demo; --help tells more)");
+          "' (tables, show, fib, resolve, watch, counters, redist, rib, demo; --help tells more)");
       return kExitUsage;
     }
   }
@@ -128,6 +140,7 @@ int main(int argc, char** argv) {
     if (watchCmd->parsed()) return runWatch(watch);
     if (countersCmd->parsed()) return runCounters(counters);
     if (redistCmd->parsed()) return runRedist(redist);
+    if (ribCmd->parsed()) return runRib(rib);
     if (demoCmd->parsed()) return runDemo(demo);
   } catch (UsageError const& e) {
     printError(e.what());

@@ -1,0 +1,108 @@
+#pragma once
+// The agent-side piece that makes the tunnel RIB real. It follows protocol
+// tunnel tables (mounted as key shadows by its owner) and keeps, for every
+// endpoint:
+//   - the TunnelRib entry (ColoredTunnelRib for colored tunnels) of the
+//     winners, and
+//   - the InternalCliTunnelRib entry with every candidate and its tunnels,
+//     for the command line.
+// Table notifications only record what changed; flush() recomputes the
+// endpoints touched since the last flush and writes the outputs, so a burst
+// of updates to one endpoint costs one computation. Single-threaded: run it
+// on the agent's event loop, and call flush() when a burst is handled.
+
+#include <cstdint>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "Tunnel/TunnelRibCalc/Offers.h"
+#include "Tunnel/TunnelRibCalc/RibChoice.h"
+#include "Tunnel/TunnelTable/TunnelRib.h"
+#include "Tunnel/TunnelTable/TunnelTableBase.h"
+#include "Tunnel/cli/TunnelPelagStatus.h"
+#include "Tunnel/framework/Ptr.h"
+
+namespace Tunnel::TunnelRibCalc {
+
+class TunnelRibCalculator {
+ public:
+  // Names and ids of the two RIBs and of their command-line views.
+  static constexpr TunnelTable::TunnelRibId kTunnelRibId = 0;
+  static constexpr TunnelTable::TunnelRibId kColoredTunnelRibId = 1;
+  static constexpr const char* kTunnelRibName = "tunnelRib";
+  static constexpr const char* kColoredTunnelRibName = "coloredTunnelRib";
+
+  struct Stats {
+    uint64_t notifications = 0;  // table notifications handled
+    uint64_t computations = 0;   // endpoints recomputed
+    uint64_t ribWrites = 0;      // RIB entries written or deleted
+  };
+
+  // The outputs, bound by the owner (mounted as writers, or in process).
+  TunnelRibCalculator(Zent::Ptr<TunnelTable::TunnelRib> rib,
+                      Zent::Ptr<TunnelTable::ColoredTunnelRib> coloredRib,
+                      Zent::Ptr<TunnelTable::TunnelPelagStatus> status);
+  ~TunnelRibCalculator();
+  TunnelRibCalculator(TunnelRibCalculator const&) = delete;
+  TunnelRibCalculator& operator=(TunnelRibCalculator const&) = delete;
+
+  // Follows `table` from now on and takes in what it holds. A table whose
+  // tunnels do not compete for endpoints is ignored (false).
+  bool inputIs(Zent::Ptr<TunnelTable::TunnelTableBase const> const& table);
+  // Stops following the table and withdraws its tunnels.
+  void inputDel(TunnelTable::TunnelTableIdentifier id);
+
+  // A tunnel of input `table` changed (what the reactors call).
+  void handleEntry(TunnelTable::TunnelTableBase const& table, TunnelId const& id);
+  // Writes every endpoint touched since the last flush; returns how many.
+  size_t flush();
+  bool dirty() const { return !dirty_.empty(); }
+
+  Zent::Ptr<TunnelTable::InternalCliTunnelRib> const& cliRib(bool colored) const {
+    return colored ? coloredCliRib_ : cliRib_;
+  }
+  Stats const& stats() const { return stats_; }
+  size_t endpoints() const { return endpoints_.size(); }
+  // The offer the calculator holds for a tunnel; false when none.
+  bool offer(TunnelId const& id, RibOffer& out) const;
+
+ private:
+  class Reactor;
+  struct Input {
+    Zent::Ptr<TunnelTable::TunnelTableBase const> table;
+    OfferReader read = nullptr;
+    Zent::Ptr<Reactor> reactor;
+  };
+  struct CepHash {
+    size_t operator()(ColoredTunnelEndpoint const& c) const { return c.hash(); }
+  };
+  struct IdHash {
+    size_t operator()(TunnelId const& t) const { return t.hash(); }
+  };
+
+  // What a tunnel offers, and which input it came from.
+  struct Held {
+    RibOffer offer;
+    uint8_t input = 0;
+  };
+
+  void offerIs(TunnelId const& id, RibOffer const* offer, uint8_t input);
+  void recompute(ColoredTunnelEndpoint const& cep);
+  void writeRib(ColoredTunnelEndpoint const& cep, RibChoice const& choice);
+  void writeCli(ColoredTunnelEndpoint const& cep, RibChoice const& choice);
+
+  Zent::Ptr<TunnelTable::TunnelRib> rib_;
+  Zent::Ptr<TunnelTable::ColoredTunnelRib> coloredRib_;
+  Zent::Ptr<TunnelTable::TunnelPelagStatus> status_;
+  Zent::Ptr<TunnelTable::InternalCliTunnelRib> cliRib_;
+  Zent::Ptr<TunnelTable::InternalCliTunnelRib> coloredCliRib_;
+  std::unordered_map<uint8_t, Input> inputs_;
+  std::unordered_map<TunnelId, Held, IdHash> offers_;
+  // The tunnels offered to each endpoint.
+  std::unordered_map<ColoredTunnelEndpoint, std::vector<TunnelId>, CepHash> endpoints_;
+  std::unordered_set<ColoredTunnelEndpoint, CepHash> dirty_;
+  Stats stats_;
+};
+
+}  // namespace Tunnel::TunnelRibCalc
