@@ -45,6 +45,16 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   EXPECT_EQ(resolve.code, 0) << resolve.err;
   EXPECT_NE(kept.out.find("bgpLuTunnel:1 resolves to 2 flattened vias"), std::string::npos);
   EXPECT_NE(resolve.out.find("verdict: 2 flattened vias"), std::string::npos) << resolve.out;
+  // And the RIBs, with every candidate of an endpoint ranked.
+  EXPECT_NE(kept.out.find("calculation afresh from the tables: match"), std::string::npos);
+  auto rib = run({"rib", "--root", root()});
+  EXPECT_EQ(rib.code, 0) << rib.err;
+  EXPECT_NE(rib.out.find("tunnelRib at tunnel/rib/tunnelRib: "), std::string::npos) << rib.out;
+  auto cands = run({"rib", "10.255.0.1", "--candidates", "--root", root()});
+  EXPECT_EQ(cands.code, 0) << cands.err;
+  EXPECT_NE(cands.out.find("     1  ldpTunnel"), std::string::npos) << cands.out;
+  EXPECT_NE(cands.out.find("in the RIB"), std::string::npos) << cands.out;
+  EXPECT_NE(cands.out.find("lower entry preference"), std::string::npos) << cands.out;
 
   // A second run starts afresh over what the first one left, and removes it.
   auto r = run(demo("1"));
@@ -67,8 +77,8 @@ TEST_F(TunnelCtlDemoTest, InterruptStopsEveryProcessAndCleansTheRoot) {
   }
   auto r = demo.stop(SIGINT);
   EXPECT_EQ(r.code, 1) << r.err;
-  // Four with a progress line, and the FIB's writer, which has none.
-  EXPECT_NE(r.out.find("interrupted: stopped 5 processes"), std::string::npos) << r.out;
+  // Four with a progress line, and the FIB's writer and the RIB calculator.
+  EXPECT_NE(r.out.find("interrupted: stopped 6 processes"), std::string::npos) << r.out;
   EXPECT_EQ(children.size(), 4u) << r.out;
   for (pid_t p : children) EXPECT_NE(::kill(p, 0), 0) << "demo process " << p << " still runs";
   EXPECT_FALSE(std::filesystem::exists(root()));

@@ -27,6 +27,8 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"fib"}), "no tunnel FIB under " + root_.path()},
       {withRoot({"fib", "show", "bgpLuTunnel:1"}), "no tunnel FIB under"},
       {withRoot({"resolve", "bgpLuTunnel:1"}), "no tunnel FIB under"},
+      {withRoot({"rib"}), "no tunnel RIB under " + root_.path()},
+      {withRoot({"rib", "--color", "3"}), "no colored tunnel RIB under"},
       {withRoot({"demo", "--tunnels", "10", "--seconds", "0.1"}),
        "state root " + root_.path() + " is in use"},
       {{}, ""},
@@ -40,6 +42,8 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"fib", "show", "ldpTunnel:x"}), ""},
       {withRoot({"resolve", "noSuchType:1"}), ""},
       {withRoot({"redist", "ospf"}), ""},
+      {withRoot({"rib", "--candidates"}), ""},
+      {withRoot({"rib", "10.0.0.300/32"}), ""},
       {withRoot({"demo", "--tunnels", "0"}), ""},
   };
   for (auto const& [args, message] : cases) {
@@ -49,7 +53,7 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
   }
   EXPECT_TRUE(ldp_->entryHas(ldpId(1)));
   for (std::string cmd :
-       {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist", "demo"}) {
+       {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist", "rib", "demo"}) {
     auto r = cmd.empty() ? run({"--help"}) : run({cmd, "--help"});
     EXPECT_EQ(r.code, 0) << cmd;
     EXPECT_TRUE(has(r.out, "Usage:")) << cmd << r.out;

@@ -79,15 +79,15 @@ struct RibReader {
   Zent::Ptr<TunnelRibBase> rib;
 };
 
-// The endpoints of the RIB that `endpoint` (and `color`) select, in order.
-std::vector<ColoredTunnelEndpoint> selected(TunnelRibBase const& rib, RibOptions const& o) {
+// The endpoints of the RIB that `p` (when given) and `color` select, in order.
+std::vector<ColoredTunnelEndpoint> selected(TunnelRibBase const& rib, RibOptions const& o,
+                                            std::optional<Vorn::IpGenPrefix> const& p) {
   std::vector<ColoredTunnelEndpoint> keys = rib.tunnelRibEntryKeys();
   std::sort(keys.begin(), keys.end());
-  if (o.endpoint.empty()) return keys;
-  Vorn::IpGenPrefix p = parseEndpoint(o.endpoint);
+  if (!p) return keys;
   std::vector<ColoredTunnelEndpoint> out;
   for (auto const& k : keys) {
-    if (k.tep() == p && (!o.color || k.color() == *o.color)) out.push_back(k);
+    if (k.tep() == *p && (!o.color || k.color() == *o.color)) out.push_back(k);
   }
   if (out.empty()) {
     throw CtlError(fmt::format("no entry for {}{} in the {}", o.endpoint,
@@ -197,8 +197,10 @@ int runRib(RibOptions const& o) {
   if (o.candidates && o.endpoint.empty()) {
     throw UsageError("--candidates needs an ENDPOINT");
   }
+  std::optional<Vorn::IpGenPrefix> p;
+  if (!o.endpoint.empty()) p = parseEndpoint(o.endpoint);
   RibReader reader(o.root, colored);
-  std::vector<ColoredTunnelEndpoint> keys = selected(*reader.rib, o);
+  std::vector<ColoredTunnelEndpoint> keys = selected(*reader.rib, o, p);
   if (!o.candidates) {
     if (o.json) {
       Json j{{"rib", reader.file.name},
