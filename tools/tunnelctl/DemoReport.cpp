@@ -5,7 +5,6 @@
 
 #include "tools/tunnelctl/Demo.h"
 #include "tools/tunnelctl/DemoFib.h"
-#include "tools/tunnelctl/DemoTunnels.h"
 #include "tools/tunnelctl/TunnelIdText.h"
 
 namespace TunnelCtl::Demo {
@@ -142,7 +141,7 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
     fmt::print("  {} resolve {}{}\n", bin, TunnelTool::tunnelIdLabel(id), rootOption);
   }
   fmt::print("  {} rib{}\n", bin, rootOption);
-  fmt::print("  {} rib {} --candidates{}\n", bin, demoPrefix(0).stringValue(), rootOption);
+  fmt::print("  {} rib {} --candidates{}\n", bin, h.rib.sampleEndpoint, rootOption);
   fmt::print("  {} counters ldp{}\n", bin, rootOption);
   fmt::print("  {} redist isis-sr{}\n", bin, rootOption);
 }

@@ -48,9 +48,18 @@ bool sameOutputs(TunnelRibCalculator const& a, TunnelRibCalculator const& b,
   return true;
 }
 
-uint64_t candidateCount(InternalCliTunnelRib const& cli) {
+// The candidates of a view, and the endpoint with the most of them.
+uint64_t candidateCount(InternalCliTunnelRib const& cli, ColoredTunnelEndpoint* richest) {
   uint64_t n = 0;
-  for (ColoredTunnelEndpoint const& cep : cli.entryKeys()) n += cli.entry(cep)->candidatesCount();
+  size_t most = 0;
+  for (ColoredTunnelEndpoint const& cep : cli.entryKeys()) {
+    size_t c = cli.entry(cep)->candidatesCount();
+    n += c;
+    if (richest && c > most) {
+      most = c;
+      *richest = cep;
+    }
+  }
   return n;
 }
 
@@ -109,7 +118,11 @@ int runRibCalculator(SharedRegion const& region, DemoOptions const& o) {
     RibResult& r = h.rib;
     r.endpoints.store(rib->tunnelRibEntryCount());
     r.coloredEndpoints.store(coloredRib->tunnelRibEntryCount());
-    r.candidates.store(candidateCount(*calc.cliRib(false)) + candidateCount(*calc.cliRib(true)));
+    ColoredTunnelEndpoint sample;
+    r.candidates.store(candidateCount(*calc.cliRib(false), &sample) +
+                       candidateCount(*calc.cliRib(true), nullptr));
+    std::string text = sample.tep().stringValue();
+    text.copy(r.sampleEndpoint, sizeof r.sampleEndpoint - 1);
     r.computations.store(calc.stats().computations);
     r.ribWrites.store(calc.stats().ribWrites);
     r.updateCounter.store(rib->tunnelRibUpdateCounter());

@@ -80,6 +80,7 @@ struct RibResult {
   std::atomic<uint64_t> ribWrites{0};
   std::atomic<uint64_t> updateCounter{0};  // the tunnel RIB's
   std::atomic<uint32_t> matches{0};        // equal to a calculation afresh
+  char sampleEndpoint[64] = {};  // an endpoint with the most candidates, for `rib --candidates`
 };
 
 struct SharedHeader {
