@@ -55,7 +55,7 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
                     "--root", root()});
   EXPECT_EQ(cands.code, 0) << cands.err;
   EXPECT_NE(cands.out.find("in the RIB"), std::string::npos) << cands.out;
-  EXPECT_NE(cands.out.find("lower entry preference"), std::string::npos) << cands.out;
+  EXPECT_NE(cands.out.find("lost to #"), std::string::npos) << cands.out;
 
   // A second run starts afresh over what the first one left, and removes it.
   auto r = run(demo("1"));
