@@ -224,6 +224,10 @@ class TunnelRibOf : public TunnelRibBase {
   ZeroReferencesNotifiee zeroReferences_{*this};
 };
 
+// Both are instantiated once, in TunnelRib.cpp.
+extern template class TunnelRibOf<UncoloredRibKey>;
+extern template class TunnelRibOf<ColoredRibKey>;
+
 // Keyed by the endpoint prefix: entries of two colors of one prefix are one.
 class TunnelRib : public TunnelRibOf<UncoloredRibKey> {
  public:

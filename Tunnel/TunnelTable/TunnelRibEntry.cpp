@@ -23,12 +23,16 @@ void TunnelRibEntry::addTunnelWithBw(TunnelId const& id, TunnelBandwidth bw) {
   TunnelIdCollIndex const at(i);
   tunnelId_.memberIs(at, id);
   tunnelBw_.memberIs(at, bw);
-  // The message names the whole signature, as callers' crash reports search for it.
+  // The message names the whole signature, spelt alike by every compiler:
+  // crash reports are searched for it.
+  static constexpr const char* kSignature =
+      "void Tunnel::TunnelTable::TunnelRibEntry::addTunnelWithBw(const "
+      "Tunnel::TunnelTable::TunnelId&, Tunnel::TunnelTable::TunnelBandwidth)";
   if (tunnelId_.count() > TunnelIdArray::capacity) {
-    Dabin::assertFailed("tunnelId_.validateSize()", __FILE__, __PRETTY_FUNCTION__, __LINE__);
+    Dabin::assertFailed("tunnelId_.validateSize()", __FILE__, kSignature, __LINE__);
   }
   if (tunnelBw_.count() > TunnelBwArray::capacity) {
-    Dabin::assertFailed("tunnelBw_.validateSize()", __FILE__, __PRETTY_FUNCTION__, __LINE__);
+    Dabin::assertFailed("tunnelBw_.validateSize()", __FILE__, kSignature, __LINE__);
   }
 }
 

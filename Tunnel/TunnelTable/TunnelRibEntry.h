@@ -128,4 +128,7 @@ class TunnelRibEntry {
   TunnelBwArray tunnelBw_;
 };
 
+// The RIB tables size their slots by it.
+static_assert(TunnelRibEntry::kMaxSerializedLen == 7268);
+
 }  // namespace Tunnel::TunnelTable
