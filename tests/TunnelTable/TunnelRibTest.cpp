@@ -215,6 +215,12 @@ TEST(TunnelRibProcessTest, AReaderFollowsTheWriterAndOutlivesIt) {
       after->tunnelRibEntry(ColoredTunnelEndpoint(Vorn::IpGenPrefix("10.0.50.0/24"), 9), e));
   EXPECT_EQ(e.tunnelBw(0), TunnelBandwidth(50));
   EXPECT_EQ(after->tunnelRibEntryKeys().size(), 49u);
+  // Tools walk a mounted RIB through the type registry.
+  auto it = Zent::type(TunnelRib::kTypeName)
+                ->genericIfIterator(after.ptr(), TunnelRibBase::kTunnelRibEntryId);
+  size_t walked = 0;
+  for (; it && it->iterNonnull(); it->iterInc()) ++walked;
+  EXPECT_EQ(walked, 49u);
 }
 
 }  // namespace
