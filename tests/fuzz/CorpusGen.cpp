@@ -1,8 +1,9 @@
 // Writes the seed corpus of the entry record fuzzer: for every fuzzed type its
 // default entry, the contract suite's small entry, two random entries and one
 // with every array full, each as the selector byte and the entry's record.
-// Run it again after a record layout changes:
-//   build/asan/tests/fuzz/entry_record_corpus tests/fuzz/corpus
+// Run it again after a record layout changes, naming the type to rewrite
+// only its seeds:
+//   build/asan/tests/fuzz/entry_record_corpus tests/fuzz/corpus [TunnelRibEntry]
 
 #include <cstdio>
 #include <filesystem>
@@ -20,10 +21,11 @@ namespace {
 namespace fs = std::filesystem;
 
 template <typename T>
-void writeSeeds(fs::path const& dir, size_t index) {
+void writeSeeds(fs::path const& dir, std::string const& only, size_t index) {
   using Traits = test::EntryTraits<T>;
   test::EntryRng rng(0xc0de + static_cast<uint32_t>(index));
   std::string const name(T::kTypeName);
+  if (!only.empty() && name.substr(name.rfind(':') + 1) != only) return;
   char prefix[8];
   std::snprintf(prefix, sizeof prefix, "%02zu-", index);
   auto write = [&](std::string const& variant, T const& e) {
@@ -44,8 +46,8 @@ void writeSeeds(fs::path const& dir, size_t index) {
 }
 
 template <size_t... I>
-void writeAll(fs::path const& dir, std::index_sequence<I...>) {
-  (writeSeeds<std::tuple_element_t<I, FuzzedEntryTypes>>(dir, I), ...);
+void writeAll(fs::path const& dir, std::string const& only, std::index_sequence<I...>) {
+  (writeSeeds<std::tuple_element_t<I, FuzzedEntryTypes>>(dir, only, I), ...);
 }
 
 }  // namespace
@@ -53,11 +55,11 @@ void writeAll(fs::path const& dir, std::index_sequence<I...>) {
 
 int main(int argc, char** argv) {
   using namespace Tunnel::TunnelTable::fuzz;
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: %s <corpus directory>\n", argv[0]);
+  if (argc != 2 && argc != 3) {
+    std::fprintf(stderr, "usage: %s <corpus directory> [entry type]\n", argv[0]);
     return 2;
   }
   std::filesystem::create_directories(argv[1]);
-  writeAll(argv[1], std::make_index_sequence<kEntryTypeCount>());
+  writeAll(argv[1], argc == 3 ? argv[2] : "", std::make_index_sequence<kEntryTypeCount>());
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "tests/TunnelFib/FibTypes.h"
+#include "tests/TunnelTable/RibTypes.h"
 
 namespace Tunnel::TunnelTable::fuzz {
 
@@ -20,13 +21,15 @@ struct TupleOf<List<Ts...>> {
 };
 
 // Every entry type of the contract suite, so that a new one is fuzzed too,
-// then the FIB's two variable-length records.
+// then the FIB's two variable-length records and the RIB entry.
 using FuzzedEntryTypes = decltype(std::tuple_cat(
     std::declval<TupleOf<test::AllEntryTypes>::type>(),
-    std::declval<std::tuple<TunnelFib::TunnelFibEntry, TunnelFib::LabelStackEncap>>()));
+    std::declval<
+        std::tuple<TunnelFib::TunnelFibEntry, TunnelFib::LabelStackEncap, TunnelRibEntry>>()));
 // deserializeLen reports the table's slot for any valid record, not its length.
 template <typename T>
-inline constexpr bool kReportsSlot = std::is_same_v<T, TunnelFib::TunnelFibEntry>;
+inline constexpr bool kReportsSlot =
+    std::is_same_v<T, TunnelFib::TunnelFibEntry> || std::is_same_v<T, TunnelRibEntry>;
 inline constexpr size_t kEntryTypeCount = std::tuple_size_v<FuzzedEntryTypes>;
 
 }  // namespace Tunnel::TunnelTable::fuzz

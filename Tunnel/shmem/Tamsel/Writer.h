@@ -85,6 +85,8 @@ class Writer {
   uint64_t liveBytes() const { return header()->liveBytes; }
   uint64_t fileBytes() const { return header()->fileSize; }
   uint64_t epoch() const { return header()->writerEpoch; }
+  // Notifications published so far: the table's sequence number.
+  uint64_t notifications() const { return header()->queueHead; }
   // Whether this writer found and recovered a table left by an earlier one.
   bool recovered() const { return recovered_; }
 

@@ -98,6 +98,12 @@ uint64_t TamselMapCore::size() const {
   return 0;
 }
 
+uint64_t TamselMapCore::seqno() const {
+  if (writer_) return writer_->notifications();
+  if (reader_) return reader_->notifications();
+  return 0;
+}
+
 size_t TamselMapCore::dispatch(size_t max) {
   if (!reader_ || !listener_) return 0;
   return reader_->dispatch(*listener_, max);

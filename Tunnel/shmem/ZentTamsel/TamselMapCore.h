@@ -94,6 +94,9 @@ class TamselMapCore {
   Tamsel::Reader* reader() const { return reader_.get(); }
 
   uint64_t size() const;
+  // The shared table's sequence number, which moves with every change a
+  // reader is told of; 0 for the local default writer.
+  uint64_t seqno() const;
   // Pollable fd of a reader or shadow (-1 for writers), and the dispatch that
   // hands queued changes to the listener.
   int fd() const { return reader_ ? reader_->fd() : -1; }
