@@ -62,7 +62,7 @@ struct RibReader {
       : mount(Zent::String(root), registry),
         file(inspectPublished(root, colored ? "coloredTunnelRib" : "tunnelRib",
                               colored ? ColoredTunnelRib::kMountPath : TunnelRib::kMountPath,
-                              TunnelRibEntry::kTypeName,
+                              "tunnelRibEntry", TunnelRibEntry::kTypeName,
                               colored ? "colored tunnel RIB" : "tunnel RIB")) {
     if (colored) {
       rib = mountColoredTunnelRib(mount, ZentTamsel::reader());

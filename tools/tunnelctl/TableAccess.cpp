@@ -87,9 +87,9 @@ namespace {
 // What the header of the entry file in `dir` says; errors name the table
 // `asked`, as the user gave it.
 void readHeader(std::string const& root, std::string const& asked, std::string const& dir,
-                TableFile& t) {
+                TableFile& t, std::string const& collection = "entry") {
   try {
-    Tamsel::Reader r(dir, "entry", 0, Tamsel::Reader::Options{false, false});
+    Tamsel::Reader r(dir, collection, 0, Tamsel::Reader::Options{false, false});
     t.typeName = r.typeName();
     t.entries = r.count();
     t.liveBytes = r.liveBytes();
@@ -115,15 +115,16 @@ TableFile inspectTable(std::string const& root, std::string const& name) {
   return t;
 }
 
-bool hasPublished(std::string const& root, std::string const& mountPath) {
-  return isFile(root + "/" + mountPath + "/entry.tbl");
+bool hasPublished(std::string const& root, std::string const& mountPath,
+                  std::string const& collection) {
+  return isFile(root + "/" + mountPath + "/" + collection + ".tbl");
 }
 
 TableFile inspectPublished(std::string const& root, std::string const& name,
-                           std::string const& mountPath, std::string const& entryType,
-                           std::string const& what) {
+                           std::string const& mountPath, std::string const& collection,
+                           std::string const& entryType, std::string const& what) {
   checkStateRoot(root);
-  if (!hasPublished(root, mountPath)) {
+  if (!hasPublished(root, mountPath, collection)) {
     throw CtlError(fmt::format(
         "no {} under {} (no agent has published one at {}; --root names another)", what, root,
         mountPath));
@@ -131,17 +132,17 @@ TableFile inspectPublished(std::string const& root, std::string const& name,
   TableFile t;
   t.name = name;
   t.mountPath = mountPath;
-  readHeader(root, t.name, root + "/" + mountPath, t);
+  readHeader(root, t.name, root + "/" + mountPath, t, collection);
   t.entryType = entryType;
   return t;
 }
 
 bool hasFib(std::string const& root) {
-  return hasPublished(root, Tunnel::TunnelFib::TunnelFib::kMountPath);
+  return hasPublished(root, Tunnel::TunnelFib::TunnelFib::kMountPath, "entry");
 }
 
 TableFile inspectFib(std::string const& root) {
-  return inspectPublished(root, "fib", Tunnel::TunnelFib::TunnelFib::kMountPath,
+  return inspectPublished(root, "fib", Tunnel::TunnelFib::TunnelFib::kMountPath, "entry",
                           Tunnel::TunnelFib::TunnelFibEntry::kTypeName, "tunnel FIB");
 }
 

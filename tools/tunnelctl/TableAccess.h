@@ -74,12 +74,13 @@ class MountedTable {
 };
 
 // An entity published beside the tables (the FIB, a RIB), from the header of
-// the entry file in `mountPath` under `root`, listed as `name`. Throws
-// CtlError naming `what` when there is none.
+// the file of its entries' `collection` in `mountPath` under `root`, listed
+// as `name`. Throws CtlError naming `what` when there is none.
 TableFile inspectPublished(std::string const& root, std::string const& name,
-                           std::string const& mountPath, std::string const& entryType,
-                           std::string const& what);
-bool hasPublished(std::string const& root, std::string const& mountPath);
+                           std::string const& mountPath, std::string const& collection,
+                           std::string const& entryType, std::string const& what);
+bool hasPublished(std::string const& root, std::string const& mountPath,
+                  std::string const& collection);
 
 // The tunnel FIB under `root`, from the header of its entry file: name "fib",
 // mount path "tunnel/fib". Throws CtlError when there is none.
