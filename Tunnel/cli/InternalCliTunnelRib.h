@@ -90,6 +90,11 @@ class InternalCliTunnelRibEntry : public ZentPelag::Entity {
   size_t candidatesCount() const { return candidates_.size(); }
   // Best first.
   std::vector<InternalTunnelCandidateId> candidateIds() const { return candidates_.keys(); }
+  // The members, best first, for walks that copy nothing.
+  ZentPelag::EntityMap<InternalTunnelCandidateId, InternalCliTunnelRibCandidate> const&
+  candidatesMap() const {
+    return candidates_;
+  }
 
   void pelagDelAll() override { candidatesDelAll(); }
   void handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,
@@ -138,6 +143,10 @@ class InternalCliTunnelRib : public ZentPelag::Entity {
   size_t entryCount() const { return entries_.size(); }
   // In endpoint order.
   std::vector<ColoredTunnelEndpoint> entryKeys() const { return entries_.keys(); }
+  // The members in endpoint order, for walks that copy nothing.
+  ZentPelag::EntityMap<ColoredTunnelEndpoint, InternalCliTunnelRibEntry> const& entryMap() const {
+    return entries_;
+  }
 
   void pelagDelAll() override { entryDelAll(); }
   void handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,

@@ -42,6 +42,10 @@ class TunnelPelagStatus : public ZentPelag::RootEntity {
   }
   size_t cliTunnelRibCollCount() const { return ribs_.size(); }
   std::vector<TunnelRibId> cliTunnelRibCollKeys() const { return ribs_.keys(); }
+  // The members in key order, for walks that copy nothing.
+  ZentPelag::EntityMap<TunnelRibId, InternalCliTunnelRib> const& cliTunnelRibCollMap() const {
+    return ribs_;
+  }
 
   void doPelagInit() override {}
   void pelagDelAll() override { cliTunnelRibCollDelAll(); }
@@ -83,9 +87,9 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(
     std::string const& stateRoot, ZentPelag::Mode mode,
     Zent::String const& path = Zent::String(TunnelPelagStatus::kMountPath));
 
-// Walks every RIB, entry and candidate of a status (a shadow for a one-shot
-// reader): fn(rib, entry, candidate), ribs by id, entries by endpoint,
-// candidates best first.
+// Walks every RIB, entry and candidate of a status (for a one-shot reader, a
+// shadow: attaching builds the tree from one scan): fn(rib, entry, candidate), ribs by id, entries
+// by endpoint, candidates best first.
 void forEachCandidate(
     TunnelPelagStatus const& status,
     std::function<void(InternalCliTunnelRib const&, InternalCliTunnelRibEntry const&,

@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -21,6 +22,8 @@
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/shmem/Pelag/NodeKey.h"
 #include "Tunnel/shmem/Pelag/Store.h"
+#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 
 namespace ZentPelag {
 
@@ -87,6 +90,8 @@ class Entity : public Zent::Entity {
   // Whether the store has a corruption to report: it goes to the store's
   // corruption handler, and the caller skips its local notification.
   bool pelagCorruption() const;
+  // Hands a child record that does not decode to the corruption handler.
+  void pelagMalformed(uint64_t offset, ChildView const* child) const;
 
  private:
   friend class RootEntity;
@@ -99,7 +104,9 @@ class Entity : public Zent::Entity {
   Pelag::NodeKey key_;
 };
 
-class RootEntity : public Entity {
+// A root is mountable through the mount service: a writer mount attaches as
+// the writer, any other mount type as a shadow.
+class RootEntity : public Entity, public ZentTamsel::Mountable {
  public:
   using CorruptionHandler = std::function<void(std::string const& message)>;
 
@@ -109,10 +116,16 @@ class RootEntity : public Entity {
   // Attaches the tree to the store in `dir`: a writer creates it or takes
   // over the one an earlier writer left (rebuilding the local tree from it and
   // removing orphans); a shadow builds the local tree from one scan and
-  // reports each member through handleChildRestart. Throws Tamsel::Error
-  // when the store cannot be opened or holds another type.
-  void pelagAttach(std::string const& dir, Mode mode, Tamsel::FilePermissions const& perms = {});
+  // reports each member through handleChildRestart, and joins `registry`
+  // (when given), whose event loop dispatches its news. The tree must have
+  // no children yet. Throws Tamsel::Error when the store cannot be opened or
+  // holds another type.
+  void pelagAttach(std::string const& dir, Mode mode, ZentTamsel::MountRegistry* registry = nullptr,
+                   Tamsel::FilePermissions const& perms = {});
   void pelagDetach();
+  void tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
+                   ZentTamsel::MountRegistry& registry) override;
+  void tamselUnmount() override { pelagDetach(); }
   bool pelagAttached() const { return writer_ || shadow_; }
   Mode mode() const { return shadow_ ? Mode::shadow : Mode::writer; }
   Pelag::StoreShape const& shape() const { return shape_; }
@@ -120,7 +133,7 @@ class RootEntity : public Entity {
   // Writer: publishes up to `budget` pending nodes; true when more wait.
   bool flushSome(size_t budget);
   void flush() { flushSome(SIZE_MAX); }
-  size_t pendingCount() const { return pending_.size(); }
+  size_t pendingCount() const { return writes_.size() + removals_.size(); }
 
   // Shadow: readable when the writer has news; dispatch delivers it.
   int fd() const;
@@ -128,8 +141,11 @@ class RootEntity : public Entity {
   // Children whose parent the shadow has not seen yet.
   size_t heldBack() const;
 
+  // A corrupt or undecodable record, or a store the writer cannot write,
+  // goes to the handler (a trace when none is set); nothing aborts.
   void corruptionHandlerIs(CorruptionHandler h) { corruptionHandler_ = std::move(h); }
   void doCorruptionDetected(std::string const& message) const;
+  uint64_t corruptions() const { return corruptions_; }
 
   Pelag::Writer* storeWriter() const { return writer_.get(); }
   Pelag::Shadow* storeShadow() const { return shadow_.get(); }
@@ -141,6 +157,7 @@ class RootEntity : public Entity {
   template <typename, typename>
   friend class EntityMap;
   class ShadowHandler;
+  class Source;
 
   void nodeIs(Entity* e, bool present);
   void changedIs(Entity& e);
@@ -161,8 +178,14 @@ class RootEntity : public Entity {
   std::unique_ptr<ShadowHandler> handler_;
   CorruptionHandler corruptionHandler_;
   std::unordered_map<Pelag::NodeKey, Entity*, Pelag::NodeKeyHash> nodes_;
-  // Writer: node -> the entity to publish, null to remove.
-  std::map<Pelag::NodeKey, Zent::Ptr<Entity>> pending_;
+  // Writer: what the next flush publishes (shallow first) and removes (deep first).
+  std::map<Pelag::NodeKey, Zent::Ptr<Entity>> writes_;
+  std::set<Pelag::NodeKey> removals_;
+  // The error the last flush met, reported again by mutators until a flush succeeds.
+  std::string storeError_;
+  std::unique_ptr<Source> source_;
+  ZentTamsel::MountRegistry* registry_ = nullptr;
+  mutable uint64_t corruptions_ = 0;
   // Shadow: parent key -> children seen before their parent.
   std::multimap<Pelag::NodeKey, Pelag::NodeKey> heldBack_;
   std::string scratch_;
