@@ -238,13 +238,12 @@ void InternalCliTunnelRib::pelagRecord(std::string& out) const {
 }
 
 ZentPelag::RecordUpdate InternalCliTunnelRib::pelagRecordIs(char const* rec, uint32_t len) {
-  // The name is fixed at creation: a record naming this RIB otherwise is not ours.
   TunnelRibId id;
   if (len < 4 || len > 4 + kMaxNameLen) return ZentPelag::RecordUpdate::malformed;
   std::memcpy(&id, rec, 4);
-  if (id != id_ || std::string_view(rec + 4, len - 4) != name().view()) {
-    return ZentPelag::RecordUpdate::malformed;
-  }
+  if (id != id_) return ZentPelag::RecordUpdate::malformed;
+  // The name is fixed at creation: another name is another RIB under this id.
+  if (std::string_view(rec + 4, len - 4) != name().view()) return ZentPelag::RecordUpdate::replaced;
   return ZentPelag::RecordUpdate::unchanged;
 }
 

@@ -149,6 +149,14 @@ TEST_F(StoreTest, ShadowFollowsWriterMemberByMember) {
   // Removals first, then writes parents first.
   EXPECT_EQ(log, (Log{"entry " + cep(4).stringValue(), "entry " + cep(40).stringValue(),
                       "id " + std::to_string(tid(5).value())}));
+  // Replaced under the same id before the shadow looked: the old RIB goes,
+  // subtree first, and the new one comes.
+  writer->cliTunnelRibCollDel(1);
+  writer->cliTunnelRibCollIs("other", 1)->entryIs(cep(3));
+  writer->flush();
+  catchUp(*shadow);
+  EXPECT_EQ(dump(*shadow), dump(*writer));
+  EXPECT_EQ(shadow->corruptions(), 0u);
 }
 
 // Every step of a flush leaves a tree: a shadow attaching between any two

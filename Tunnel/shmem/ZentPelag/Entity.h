@@ -41,8 +41,11 @@ struct ChildView {
   uint32_t len = 0;
 };
 
-// What applying a record from the store did to an entity.
-enum class RecordUpdate { unchanged, changed, malformed };
+// What applying a record from the store did to an entity. `replaced`: the
+// record is another member's under the same key (the writer removed this one
+// and made a new one before the shadow looked); the binding drops this one,
+// subtree first, and builds the new one.
+enum class RecordUpdate { unchanged, changed, replaced, malformed };
 
 // "invalid attrId:<id>": a child callback for an attribute the type does not have.
 [[noreturn]] void throwInvalidAttrId(Zent::AttributeId id);

@@ -80,13 +80,18 @@ class EntityMap {
     created = false;
     K k;
     if (!v.key.lastKeyAs(k)) return RecordUpdate::malformed;
-    if (Member* m = find(k)) return m->pelagRecordIs(v.rec, v.len);
+    if (Member* old = find(k)) {
+      RecordUpdate u = old->pelagRecordIs(v.rec, v.len);
+      if (u != RecordUpdate::replaced) return u;
+      // Built first: a record that does not decode leaves the old member be.
+      Zent::Ptr<Member> m = Member::pelagNew(k, v.rec, v.len);
+      if (!m) return RecordUpdate::malformed;
+      owner_.root_->dropNode(*old);
+      return add(k, m, created);
+    }
     Zent::Ptr<Member> m = Member::pelagNew(k, v.rec, v.len);
     if (!m) return RecordUpdate::malformed;
-    members_.emplace(k, m);
-    bind(k, *m);
-    created = true;
-    return RecordUpdate::changed;
+    return add(k, m, created);
   }
 
   // Shadow: the member named `key` is gone; its children went before it.
@@ -106,6 +111,12 @@ class EntityMap {
   }
 
  private:
+  RecordUpdate add(K const& k, Zent::Ptr<Member> const& m, bool& created) {
+    members_.emplace(k, m);
+    bind(k, *m);
+    created = true;
+    return RecordUpdate::changed;
+  }
   void bind(K const& k, Member& m) {
     m.parentIs(&owner_);
     if (owner_.root_) {
