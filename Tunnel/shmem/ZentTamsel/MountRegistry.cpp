@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <poll.h>
 
-#include "Tunnel/shmem/ZentTamsel/TamselMapCore.h"
-
 namespace ZentTamsel {
 
 MountRegistry::~MountRegistry() {
@@ -14,15 +12,15 @@ MountRegistry::~MountRegistry() {
   for (auto* c : readers_) c->registryGone();
 }
 
-void MountRegistry::readerIs(TamselMapCore* core, bool present) {
-  auto it = std::find(readers_.begin(), readers_.end(), core);
-  if (present && it == readers_.end()) readers_.push_back(core);
+void MountRegistry::readerIs(DispatchSource* source, bool present) {
+  auto it = std::find(readers_.begin(), readers_.end(), source);
+  if (present && it == readers_.end()) readers_.push_back(source);
   if (!present && it != readers_.end()) readers_.erase(it);
 }
 
 size_t MountRegistry::dispatchAll(int timeoutMs) {
   std::vector<pollfd> fds;
-  std::vector<TamselMapCore*> cores = readers_;
+  std::vector<DispatchSource*> cores = readers_;
   for (auto* c : cores) fds.push_back({c->fd(), POLLIN, 0});
   if (fds.empty()) return 0;
   if (::poll(fds.data(), fds.size(), timeoutMs) <= 0) return 0;

@@ -3,6 +3,8 @@
 // state database would hold them), and the readers whose notifications its
 // event loop dispatches. The agent owns one and hands it to its mounts.
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -11,7 +13,16 @@
 
 namespace ZentTamsel {
 
-class TamselMapCore;
+// Anything whose news arrives on a pollable fd and is handed out by
+// dispatch(): a table reader, a value-store shadow.
+class DispatchSource {
+ public:
+  virtual ~DispatchSource() = default;
+  virtual int fd() const = 0;
+  virtual size_t dispatch(size_t max = SIZE_MAX) = 0;
+  // The registry it joined is going away.
+  virtual void registryGone() = 0;
+};
 
 class MountRegistry {
  public:
@@ -21,7 +32,7 @@ class MountRegistry {
   MountRegistry(MountRegistry const&) = delete;
   MountRegistry& operator=(MountRegistry const&) = delete;
 
-  void readerIs(TamselMapCore* core, bool present);
+  void readerIs(DispatchSource* source, bool present);
   // Waits up to `timeoutMs` for any reader's fd (-1: forever, 0: no wait) and
   // dispatches every reader that has news. Returns notifications delivered.
   size_t dispatchAll(int timeoutMs);
@@ -31,7 +42,7 @@ class MountRegistry {
   std::vector<Zent::Ptr<Zent::Entity>> unmountedIs(std::string const& dir);
 
  private:
-  std::vector<TamselMapCore*> readers_;
+  std::vector<DispatchSource*> readers_;
   std::multimap<std::string, Zent::Ptr<Zent::Entity>> mounted_;
 };
 

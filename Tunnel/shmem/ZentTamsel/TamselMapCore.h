@@ -14,11 +14,10 @@
 #include "Tunnel/shmem/Tamsel/LocalTable.h"
 #include "Tunnel/shmem/Tamsel/Reader.h"
 #include "Tunnel/shmem/Tamsel/Writer.h"
+#include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace ZentTamsel {
-
-class MountRegistry;
 
 DABIN_FACILITY("ZentTamsel");
 
@@ -38,12 +37,12 @@ class CollectionListener : public Tamsel::Reader::Handler {
   virtual void mountStatusChanged() = 0;
 };
 
-class TamselMapCore {
+class TamselMapCore : public DispatchSource {
  public:
   using CorruptionHandler = std::function<void(std::string const& message)>;
 
   explicit TamselMapCore(Tamsel::TableShape shape);
-  ~TamselMapCore();
+  ~TamselMapCore() override;
   TamselMapCore(TamselMapCore const&) = delete;
   TamselMapCore& operator=(TamselMapCore const&) = delete;
 
@@ -67,7 +66,7 @@ class TamselMapCore {
   // The owner lost its parent: trace and detach.
   void orphan();
   // The registry this reader joined is going away.
-  void registryGone() { registry_ = nullptr; }
+  void registryGone() override { registry_ = nullptr; }
 
   MountType mode() const { return mode_; }
   MountStatus mountStatus() const { return status_; }
@@ -99,8 +98,8 @@ class TamselMapCore {
   uint64_t seqno() const;
   // Pollable fd of a reader or shadow (-1 for writers), and the dispatch that
   // hands queued changes to the listener.
-  int fd() const { return reader_ ? reader_->fd() : -1; }
-  size_t dispatch(size_t max = SIZE_MAX);
+  int fd() const override { return reader_ ? reader_->fd() : -1; }
+  size_t dispatch(size_t max = SIZE_MAX) override;
 
   void corruptionHandlerIs(CorruptionHandler h) { corruptionHandler_ = std::move(h); }
   // Reports a corrupt record: "<table> Corrupted serialized value detected at

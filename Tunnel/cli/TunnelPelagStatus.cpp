@@ -1,0 +1,142 @@
+#include "Tunnel/cli/TunnelPelagStatus.h"
+
+#include <memory>
+
+#include "Tunnel/framework/Reinstantiation.h"
+#include "Tunnel/framework/TypeRegistry.h"
+
+namespace Tunnel::TunnelTable {
+
+namespace {
+
+Pelag::StoreShape statusShape() {
+  return {TunnelPelagStatus::kTypeName, TunnelPelagStatus::kTypeHash,
+          InternalCliTunnelRibCandidate::kMaxRecord};
+}
+
+class TunnelPelagStatusType : public Zent::GenericIf {
+ public:
+  TunnelPelagStatusType() : GenericIf(TunnelPelagStatus::kTypeName, Kind::entity) {
+    attributeIs(
+        {TunnelPelagStatus::cliTunnelRibCollId, "cliTunnelRibColl", true, nullptr, nullptr});
+  }
+  Zent::Ptr<Zent::Entity> newEntityForDir(Zent::String const& name) const override {
+    return tunnelPelagStatusFactory(name);
+  }
+};
+
+}  // namespace
+
+TunnelPelagStatus::TunnelPelagStatus(Zent::String const& name)
+    : ZentPelag::RootEntity(name, statusShape()) {}
+
+// Pending nodes are released while the tree is whole.
+TunnelPelagStatus::~TunnelPelagStatus() { pelagDetach(); }
+
+Zent::Ptr<InternalCliTunnelRib> TunnelPelagStatus::cliTunnelRibCollIs(Zent::String const& name,
+                                                                      TunnelRibId id) {
+  if (InternalCliTunnelRib* rib = ribs_.find(id)) {
+    if (rib->name() != name) {
+      Zent::throwMutatorReinstantiation("cliTunnelRibColl", std::to_string(id), rib->name().view(),
+                                        name.view());
+    }
+    return Zent::Ptr<InternalCliTunnelRib>(rib);
+  }
+  bool created = false;
+  auto rib = ribs_.is(
+      id, [&] { return Zent::newEntity<InternalCliTunnelRib>(name, id); }, created);
+  if (created && !pelagCorruption()) notify(cliTunnelRibCollId, id);
+  return rib;
+}
+
+bool TunnelPelagStatus::cliTunnelRibCollDel(TunnelRibId id) {
+  if (!ribs_.del(id)) return false;
+  notify(cliTunnelRibCollId, id);
+  return true;
+}
+
+void TunnelPelagStatus::cliTunnelRibCollDelAll() {
+  for (TunnelRibId id : ribs_.keys()) cliTunnelRibCollDel(id);
+}
+
+void TunnelPelagStatus::handleFlush(ZentPelag::FlushTask& task) {
+  ZentPelag::RootEntity::handleFlush(task);
+}
+
+void TunnelPelagStatus::childIs(uint64_t offset, ZentPelag::ChildView const* pointer,
+                                Zent::AttributeId attrId) {
+  if (attrId != cliTunnelRibCollId) ZentPelag::throwInvalidAttrId(attrId);
+  bool created = false;
+  if (ribs_.childIs(*pointer, created) == ZentPelag::RecordUpdate::malformed) {
+    pelagMalformed(offset, pointer);
+  } else if (created) {
+    TunnelRibId id;
+    pointer->key.lastKeyAs(id);
+    notify(cliTunnelRibCollId, id);
+  }
+}
+
+void TunnelPelagStatus::handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,
+                                    Zent::AttributeId attrId) {
+  childIs(offset, pointer, attrId);
+}
+
+void TunnelPelagStatus::handleChildRestart(ZentPelag::ChildView const* pointer,
+                                           Zent::AttributeId attrId) {
+  childIs(0, pointer, attrId);
+}
+
+void TunnelPelagStatus::handleChildDel(Pelag::NodeKey const& key, Zent::AttributeId attrId) {
+  if (attrId != cliTunnelRibCollId) ZentPelag::throwInvalidAttrId(attrId);
+  TunnelRibId id;
+  if (ribs_.childDel(key, id)) notify(cliTunnelRibCollId, id);
+}
+
+void TunnelPelagStatus::NotifieeConst::onAttribute(Zent::AttributeId id, Zent::KeyRef const& key) {
+  if (id == cliTunnelRibCollId) cliTunnelRibCollNotify(key.as<TunnelRibId>());
+}
+
+Zent::Ptr<TunnelPelagStatus> tunnelPelagStatusFactory(Zent::String const& name) {
+  return Zent::newEntity<TunnelPelagStatus>(name);
+}
+
+void registerPelagStatusTypes() {
+  static bool done = [] {
+    Zent::typeIs(std::make_unique<TunnelPelagStatusType>());
+    return true;
+  }();
+  (void)done;
+}
+
+Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(ZentTamsel::Mount const& mount,
+                                                    ZentPelag::Mode mode,
+                                                    Zent::String const& path) {
+  registerPelagStatusTypes();
+  ZentTamsel::MountInfo info(mode == ZentPelag::Mode::writer ? ZentTamsel::MountType::writer
+                                                             : ZentTamsel::MountType::keyShadow);
+  Zent::Ptr<Zent::Entity> e = mount.doMount(path, Zent::String(TunnelPelagStatus::kTypeName), info);
+  return Zent::Ptr<TunnelPelagStatus>(dynamic_cast<TunnelPelagStatus*>(e.ptr()));
+}
+
+Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(std::string const& stateRoot,
+                                                    ZentPelag::Mode mode,
+                                                    Zent::String const& path) {
+  std::string p(path.view());
+  while (!p.empty() && p.back() == '/') p.pop_back();
+  auto status = tunnelPelagStatusFactory(Zent::String(p.substr(p.rfind('/') + 1)));
+  status->pelagAttach(stateRoot + "/" + p, mode);
+  return status;
+}
+
+void forEachCandidate(
+    TunnelPelagStatus const& status,
+    std::function<void(InternalCliTunnelRib const&, InternalCliTunnelRibEntry const&,
+                       InternalCliTunnelRibCandidate const&)> const& fn) {
+  for (auto const& [id, rib] : status.cliTunnelRibCollMap()) {
+    for (auto const& [cep, entry] : rib->entryMap()) {
+      for (auto const& [cid, c] : entry->candidatesMap()) fn(*rib, *entry, *c);
+    }
+  }
+}
+
+}  // namespace Tunnel::TunnelTable
