@@ -84,7 +84,11 @@ class Fixture {
     } else {
       SrTunnelTableEntry e(id);
       fill(e, w);
-      (t == isisSrTunnel ? sr : ospf)->entryIs(e);
+      if (t == isisSrTunnel) {
+        sr->entryIs(e);
+      } else {
+        ospf->entryIs(e);
+      }
     }
     model[id] = w;
   }
@@ -107,8 +111,8 @@ class Fixture {
     for (auto& [cep, ids] : byCep) {
       (cep.isColored() ? colored : plain) += 1;
       std::sort(ids.begin(), ids.end(), [&](TunnelId a, TunnelId b) {
-        return std::tie(rankOf(a.tunnelType(), model[a]), a) <
-               std::tie(rankOf(b.tunnelType(), model[b]), b);
+        return std::pair(rankOf(a.tunnelType(), model[a]), a) <
+               std::pair(rankOf(b.tunnelType(), model[b]), b);
       });
       Written const& bestW = model[ids[0]];
       TunnelType bestT = ids[0].tunnelType();
