@@ -28,20 +28,16 @@ namespace {
 
 // "10.0.0.1/32", or an address alone for its host prefix.
 Vorn::IpGenPrefix parseEndpoint(std::string const& text) {
-  Vorn::IpGenPrefix p;
   try {
     if (text.find('/') == std::string::npos) {
-      Vorn::IpGenAddr a;
-      a.parse(text);
-      return Vorn::IpGenPrefix(a, a.isV4() ? 32 : 128);
+      return Vorn::IpGenPrefix::host(Vorn::IpGenAddr(text));
     }
-    p.parse(text);
+    return Vorn::IpGenPrefix(text);
   } catch (std::exception const&) {
     throw UsageError(fmt::format("'{}' is not an endpoint (a prefix such as 10.0.0.1/32, or an "
                                  "address)",
                                  text));
   }
-  return p;
 }
 
 std::string typeText(TunnelType t) { return std::string(stringValue(t)); }

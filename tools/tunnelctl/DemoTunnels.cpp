@@ -30,6 +30,7 @@ template <typename Entry>
 void fillEndpoint(Entry& e, TunnelState const& s) {
   e.endpointIs(TepIndex(0), demoPrefix(s.prefix));
   e.entryMetricIs(s.metric / 250);
+  e.tunnelBwIs(TunnelBandwidth(10000 * s.vias));  // the RIB carries it
 }
 
 // IGP tunnels carry one MPLS via per neighbour, with `label(n)` pushed.
