@@ -31,7 +31,7 @@ TunnelPelagStatus::TunnelPelagStatus(Zent::String const& name)
     : ZentPelag::RootEntity(name, statusShape()) {}
 
 // Pending nodes are released while the tree is whole.
-TunnelPelagStatus::~TunnelPelagStatus() { pelagDetach(); }
+TunnelPelagStatus::~TunnelPelagStatus() { pelagTeardown(); }
 
 Zent::Ptr<InternalCliTunnelRib> TunnelPelagStatus::cliTunnelRibCollIs(Zent::String const& name,
                                                                       TunnelRibId id) {

@@ -15,6 +15,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -130,6 +131,9 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
                    ZentTamsel::MountRegistry& registry) override;
   void tamselUnmount() override { pelagDetach(); }
   bool pelagAttached() const { return writer_ || shadow_; }
+  // Detaches and unbinds the whole tree; a derived root calls it first in its
+  // destructor, before its collections go.
+  void pelagTeardown();
   Mode mode() const { return shadow_ ? Mode::shadow : Mode::writer; }
   Pelag::StoreShape const& shape() const { return shape_; }
 
@@ -161,14 +165,14 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   friend class EntityMap;
   class ShadowHandler;
   class Source;
+  struct Scan;
 
   void nodeIs(Entity* e, bool present);
   void changedIs(Entity& e);
   void removedIs(Pelag::NodeKey const& key);
   // Shadow: one node changed in the store.
   void nodeChanged(Pelag::NodeKey const& key, bool restart);
-  void applyChild(Pelag::NodeKey const& key, std::vector<char> const& rec, uint64_t offset,
-                  bool restart);
+  void applyChild(Pelag::NodeKey const& key, std::string_view rec, uint64_t offset, bool restart);
   void dropNode(Entity& e);
   void releaseHeldBack(Pelag::NodeKey const& parent, bool restart);
   void restartAll();
