@@ -102,6 +102,8 @@ Zent::Ptr<TunnelPelagStatus> tunnelPelagStatusFactory(Zent::String const& name) 
 
 void registerPelagStatusTypes() {
   static bool done = [] {
+    Zent::registerValueType<InternalTunnelCandidateId>(
+        "Tunnel::TunnelTable::InternalTunnelCandidateId");
     Zent::typeIs(std::make_unique<TunnelPelagStatusType>());
     return true;
   }();

@@ -72,7 +72,8 @@ class TunnelPelagStatus : public ZentPelag::RootEntity {
 // A status with notifications on, bound to no store (kept in this process).
 Zent::Ptr<TunnelPelagStatus> tunnelPelagStatusFactory(Zent::String const& name);
 
-// Registers the status's type (and newEntityForDir) with the type registry.
+// Registers the status's type (and newEntityForDir) and the candidate id with
+// the type registry.
 void registerPelagStatusTypes();
 
 // Attaches a new status to the store at `path` under the mount's state root
