@@ -355,9 +355,7 @@ void RootEntity::restartAll() {
   }
   for (auto const& [p, k] : heldBack_) keys.push_back(k);
   std::sort(keys.begin(), keys.end());
-  for (auto const& k : keys) {
-    if (node(k) || !node(k.parent())) nodeChanged(k, true);
-  }
+  for (auto const& k : keys) nodeChanged(k, true);
 }
 
 void RootEntity::rebuildFromStore() {
