@@ -199,6 +199,8 @@ TEST_F(StoreTest, RestartedWriterContinuesAndDropsOrphans) {
                               InternalCliTunnelRibCandidate::kMaxRecord});
     raw.write(orphan, nullptr, 0);
   }
+  // The root records the tree's type: a store of another type is refused.
+  EXPECT_THROW(Pelag::Shadow(dir(), TunnelPelagStatus::kTypeHash + 1, {}), Tamsel::Error);
   auto shadow = Zent::newEntity<CountingStatus>(Zent::String("status"));
   shadow->pelagAttach(dir(), ZentPelag::Mode::shadow, &registry);
   EXPECT_EQ(shadow->restarts, 2);  // each RIB reported once
