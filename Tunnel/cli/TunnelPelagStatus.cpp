@@ -114,6 +114,8 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(ZentTamsel::Mount const& mou
                                                     ZentPelag::Mode mode,
                                                     Zent::String const& path) {
   registerPelagStatusTypes();
+  if (mode == ZentPelag::Mode::snapshot)
+    return mountTunnelPelagStatus(std::string(mount.stateRoot().view()), mode, path);
   ZentTamsel::MountInfo info(mode == ZentPelag::Mode::writer ? ZentTamsel::MountType::writer
                                                              : ZentTamsel::MountType::keyShadow);
   Zent::Ptr<Zent::Entity> e = mount.doMount(path, Zent::String(TunnelPelagStatus::kTypeName), info);

@@ -125,7 +125,7 @@ void BM_PelagRead(benchmark::State& state) {
   for (auto _ : state) {
     auto t0 = Clock::now();
     {
-      auto status = mountTunnelPelagStatus(root, ZentPelag::Mode::shadow);
+      auto status = mountTunnelPelagStatus(root, ZentPelag::Mode::snapshot);
       uint64_t sum = 0;
       forEachCandidate(*status,
                        [&](auto const&, auto const&, InternalCliTunnelRibCandidate const& c) {

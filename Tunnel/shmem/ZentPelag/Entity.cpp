@@ -167,6 +167,8 @@ void RootEntity::pelagAttach(std::string const& dir, Mode mode, ZentTamsel::Moun
   }
   Tamsel::Reader::Options options;
   options.spinNs = 0;
+  snapshot_ = mode == Mode::snapshot;
+  options.keyIndex = options.notifications = !snapshot_;
   shadow_ = std::make_unique<Pelag::Shadow>(dir, shape_.typeHash, options);
   handler_ = std::make_unique<ShadowHandler>(*this);
   // Nodes written during the scan are announced afterwards; the reader
@@ -183,7 +185,7 @@ void RootEntity::pelagAttach(std::string const& dir, Mode mode, ZentTamsel::Moun
     }
     applyChild(item.key, scan.record(item), 0, true);
   }
-  if (registry) {
+  if (registry && !snapshot_) {
     source_ = std::make_unique<Source>(*this);
     registry_ = registry;
     registry_->readerIs(source_.get(), true);
@@ -210,6 +212,7 @@ void RootEntity::pelagDetach() {
   removals_.clear();
   heldBack_.clear();
   storeError_.clear();
+  snapshot_ = false;
 }
 
 void RootEntity::changedIs(Entity& e) {

@@ -33,7 +33,9 @@ DABIN_FACILITY("ZentPelag");
 class RootEntity;
 class FlushTask;
 
-enum class Mode { writer, shadow };
+// snapshot: a shadow that reads the store once and follows no later change
+// (no key index, no notifications): what a one-shot reader wants.
+enum class Mode { writer, shadow, snapshot };
 
 // A child node as the store holds it: its key and a stable copy of its record.
 struct ChildView {
@@ -134,7 +136,7 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   // Detaches and unbinds the whole tree; a derived root calls it first in its
   // destructor, before its collections go.
   void pelagTeardown();
-  Mode mode() const { return shadow_ ? Mode::shadow : Mode::writer; }
+  Mode mode() const { return shadow_ ? (snapshot_ ? Mode::snapshot : Mode::shadow) : Mode::writer; }
   Pelag::StoreShape const& shape() const { return shape_; }
 
   // Writer: publishes up to `budget` pending nodes; true when more wait.
@@ -193,6 +195,7 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   std::unique_ptr<Source> source_;
   ZentTamsel::MountRegistry* registry_ = nullptr;
   mutable uint64_t corruptions_ = 0;
+  bool snapshot_ = false;
   // Shadow: parent key -> children seen before their parent.
   std::multimap<Pelag::NodeKey, Pelag::NodeKey> heldBack_;
   std::string scratch_;
