@@ -5,7 +5,7 @@
 // two candidates each (three tunnel ids per candidate) in the value store,
 // and a table of 200,000 records of the candidates' size, and stays alive.
 // Each pass of this process
-//   - mounts the store as a shadow and walks every candidate (what a one-shot
+//   - attaches a snapshot of the store and walks every candidate (what a one-shot
 //     command-line reader does): `mount_walk_ns` per candidate;
 //   - scans the store's nodes, decoding each candidate's tunnel ids:
 //     `store_scan_ns` per candidate;
