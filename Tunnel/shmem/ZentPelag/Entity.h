@@ -123,7 +123,8 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   // over the one an earlier writer left (rebuilding the local tree from it and
   // removing orphans); a shadow builds the local tree from one scan and
   // reports each member through handleChildRestart, and joins `registry`
-  // (when given), whose event loop dispatches its news. The tree must have
+  // (when given), whose event loop dispatches its news; a snapshot builds
+  // the tree the same way and follows nothing after. The tree must have
   // no children yet. Throws Tamsel::Error when the store cannot be opened or
   // holds another type.
   void pelagAttach(std::string const& dir, Mode mode, ZentTamsel::MountRegistry* registry = nullptr,
