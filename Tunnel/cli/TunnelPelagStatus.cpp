@@ -31,7 +31,7 @@ TunnelPelagStatus::TunnelPelagStatus(Zent::String const& name)
     : ZentPelag::RootEntity(name, statusShape()) {}
 
 // Pending nodes are released while the tree is whole.
-TunnelPelagStatus::~TunnelPelagStatus() { pelagDetach(); }
+TunnelPelagStatus::~TunnelPelagStatus() { pelagTeardown(); }
 
 Zent::Ptr<InternalCliTunnelRib> TunnelPelagStatus::cliTunnelRibCollIs(Zent::String const& name,
                                                                       TunnelRibId id) {
@@ -102,6 +102,8 @@ Zent::Ptr<TunnelPelagStatus> tunnelPelagStatusFactory(Zent::String const& name) 
 
 void registerPelagStatusTypes() {
   static bool done = [] {
+    Zent::registerValueType<InternalTunnelCandidateId>(
+        "Tunnel::TunnelTable::InternalTunnelCandidateId");
     Zent::typeIs(std::make_unique<TunnelPelagStatusType>());
     return true;
   }();
@@ -112,6 +114,8 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(ZentTamsel::Mount const& mou
                                                     ZentPelag::Mode mode,
                                                     Zent::String const& path) {
   registerPelagStatusTypes();
+  if (mode == ZentPelag::Mode::snapshot)
+    return mountTunnelPelagStatus(std::string(mount.stateRoot().view()), mode, path);
   ZentTamsel::MountInfo info(mode == ZentPelag::Mode::writer ? ZentTamsel::MountType::writer
                                                              : ZentTamsel::MountType::keyShadow);
   Zent::Ptr<Zent::Entity> e = mount.doMount(path, Zent::String(TunnelPelagStatus::kTypeName), info);

@@ -72,14 +72,15 @@ class TunnelPelagStatus : public ZentPelag::RootEntity {
 // A status with notifications on, bound to no store (kept in this process).
 Zent::Ptr<TunnelPelagStatus> tunnelPelagStatusFactory(Zent::String const& name);
 
-// Registers the status's type (and newEntityForDir) with the type registry.
+// Registers the status's type (and newEntityForDir) and the candidate id with
+// the type registry.
 void registerPelagStatusTypes();
 
 // Attaches a new status to the store at `path` under the mount's state root
 // (or `stateRoot`): a writer creates the store or continues the one an
 // earlier writer left; a shadow reads it, and the mount's registry dispatches
-// its changes. Throws Tamsel::Error when the store cannot be opened or holds
-// another type.
+// its changes; a snapshot reads it once (not held by the mount). Throws Tamsel::Error when the
+// store cannot be opened or holds another type.
 Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(
     ZentTamsel::Mount const& mount, ZentPelag::Mode mode,
     Zent::String const& path = Zent::String(TunnelPelagStatus::kMountPath));
@@ -88,8 +89,8 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(
     Zent::String const& path = Zent::String(TunnelPelagStatus::kMountPath));
 
 // Walks every RIB, entry and candidate of a status (for a one-shot reader, a
-// shadow: attaching builds the tree from one scan): fn(rib, entry, candidate), ribs by id, entries
-// by endpoint, candidates best first.
+// snapshot: attaching builds the tree from one scan): fn(rib, entry, candidate), ribs by id,
+// entries by endpoint, candidates best first.
 void forEachCandidate(
     TunnelPelagStatus const& status,
     std::function<void(InternalCliTunnelRib const&, InternalCliTunnelRibEntry const&,

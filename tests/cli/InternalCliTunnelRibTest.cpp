@@ -170,11 +170,11 @@ TEST_F(StoreTest, FlushKeepsATreeAtEveryStep) {
   size_t steps = 0;
   for (bool more = true; more; ++steps) {
     more = task.run(1);
-    auto s = mountTunnelPelagStatus(root.path(), ZentPelag::Mode::shadow);
+    auto s = mountTunnelPelagStatus(root.path(), ZentPelag::Mode::snapshot);
     ASSERT_EQ(s->heldBack(), 0u) << "after step " << steps;
   }
   EXPECT_GT(steps, 100u);
-  EXPECT_EQ(dump(*mountTunnelPelagStatus(root.path(), ZentPelag::Mode::shadow)), dump(*writer));
+  EXPECT_EQ(dump(*mountTunnelPelagStatus(root.path(), ZentPelag::Mode::snapshot)), dump(*writer));
 }
 
 struct CountingStatus : TunnelPelagStatus {
@@ -199,6 +199,8 @@ TEST_F(StoreTest, RestartedWriterContinuesAndDropsOrphans) {
                               InternalCliTunnelRibCandidate::kMaxRecord});
     raw.write(orphan, nullptr, 0);
   }
+  // The root records the tree's type: a store of another type is refused.
+  EXPECT_THROW(Pelag::Shadow(dir(), TunnelPelagStatus::kTypeHash + 1, {}), Tamsel::Error);
   auto shadow = Zent::newEntity<CountingStatus>(Zent::String("status"));
   shadow->pelagAttach(dir(), ZentPelag::Mode::shadow, &registry);
   EXPECT_EQ(shadow->restarts, 2);  // each RIB reported once

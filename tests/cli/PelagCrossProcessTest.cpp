@@ -33,7 +33,7 @@ std::string readFile(std::string const& path) {
 bool writerLife(std::string const& root, uint32_t seed, TamselTest::Pipe& ready, int ops,
                 std::string const& out) {
   auto w = mountTunnelPelagStatus(root, ZentPelag::Mode::writer);
-  auto fresh = mountTunnelPelagStatus(root, ZentPelag::Mode::shadow);
+  auto fresh = mountTunnelPelagStatus(root, ZentPelag::Mode::snapshot);
   bool rebuilt = fresh->heldBack() == 0 && dump(*fresh) == dump(*w);
   fresh = nullptr;
   ready.signal();

@@ -75,7 +75,7 @@ Shadow::Shadow(std::string const& dir, uint32_t typeHash, Tamsel::Reader::Option
 }
 
 bool Shadow::read(NodeKey const& key, std::vector<char>& out) const {
-  return table_->readCopy(&key, key.hash(typeHash_), out);
+  return table_->readCopy(&key, nodeHash(key, typeHash_), out);
 }
 
 }  // namespace Pelag

@@ -24,6 +24,12 @@ namespace Pelag {
 
 inline constexpr char const* kNodesCollection = "nodes";
 
+// The type hash seeds every node's hash but the root's: whoever attaches
+// finds the root, and with it the type the store holds, whatever it expects.
+inline uint32_t nodeHash(NodeKey const& k, uint32_t typeHash) {
+  return k.hash(k.root() ? 0 : typeHash);
+}
+
 // What the root node's record holds.
 struct RootRecord {
   static constexpr uint32_t kMagic = 0x50454c47;  // "PELG"
@@ -65,7 +71,7 @@ class Writer {
   Tamsel::Writer& table() { return *table_; }
 
  private:
-  uint32_t hashOf(NodeKey const& k) const { return k.hash(shape_.typeHash); }
+  uint32_t hashOf(NodeKey const& k) const { return nodeHash(k, shape_.typeHash); }
   StoreShape shape_;
   std::unique_ptr<Tamsel::Writer> table_;
 };

@@ -95,17 +95,41 @@ class RootEntity::Source : public ZentTamsel::DispatchSource {
   RootEntity& root_;
 };
 
+// The nodes of one scan, parents before children, their records copied into one buffer.
+struct RootEntity::Scan {
+  struct Item {
+    Pelag::NodeKey key;
+    size_t off;
+    uint32_t len;
+  };
+  std::vector<Item> items;
+  std::string bytes;
+  void add(Pelag::NodeKey const& k, char const* rec, uint32_t len) {
+    items.push_back({k, bytes.size(), len});
+    bytes.append(rec, len);
+  }
+  void sort() {
+    std::sort(items.begin(), items.end(),
+              [](Item const& a, Item const& b) { return a.key < b.key; });
+  }
+  std::string_view record(Item const& i) const { return {bytes.data() + i.off, i.len}; }
+};
+
 RootEntity::RootEntity(Zent::String name, Pelag::StoreShape shape)
     : Entity(std::move(name)), shape_(std::move(shape)) {
   pelagBind(this, Pelag::NodeKey());
 }
 
-RootEntity::~RootEntity() {
+RootEntity::~RootEntity() { pelagTeardown(); }
+
+void RootEntity::pelagTeardown() {
   pelagDetach();
-  // Members held outside the tree outlive it, unbound.
+  // Unbound in one sweep: members held outside the tree outlive it, and the
+  // members that die with it need not leave the registry one by one.
   for (auto& [k, e] : nodes_) {
     if (e != this) e->root_ = nullptr;
   }
+  nodes_.clear();
 }
 
 void RootEntity::nodeIs(Entity* e, bool present) {
@@ -143,22 +167,25 @@ void RootEntity::pelagAttach(std::string const& dir, Mode mode, ZentTamsel::Moun
   }
   Tamsel::Reader::Options options;
   options.spinNs = 0;
+  snapshot_ = mode == Mode::snapshot;
+  options.keyIndex = options.notifications = !snapshot_;
   shadow_ = std::make_unique<Pelag::Shadow>(dir, shape_.typeHash, options);
   handler_ = std::make_unique<ShadowHandler>(*this);
   // Nodes written during the scan are announced afterwards; the reader
   // listens from before it.
-  std::map<Pelag::NodeKey, std::vector<char>> found;
-  shadow_->forEach([&](Pelag::NodeKey const& k, char const* rec, uint32_t len) {
-    found[k].assign(rec, rec + len);
-  });
-  for (auto const& [k, rec] : found) {
-    if (!k.wellFormed()) {
+  Scan scan;
+  shadow_->forEach(
+      [&](Pelag::NodeKey const& k, char const* rec, uint32_t len) { scan.add(k, rec, len); });
+  nodes_.reserve(scan.items.size() + 1);
+  scan.sort();
+  for (auto const& item : scan.items) {
+    if (!item.key.wellFormed()) {
       doCorruptionDetected(fmt::format("{}: malformed node key", shadow_->table().paths().table));
       continue;
     }
-    applyChild(k, rec, 0, true);
+    applyChild(item.key, scan.record(item), 0, true);
   }
-  if (registry) {
+  if (registry && !snapshot_) {
     source_ = std::make_unique<Source>(*this);
     registry_ = registry;
     registry_->readerIs(source_.get(), true);
@@ -185,6 +212,7 @@ void RootEntity::pelagDetach() {
   removals_.clear();
   heldBack_.clear();
   storeError_.clear();
+  snapshot_ = false;
 }
 
 void RootEntity::changedIs(Entity& e) {
@@ -256,7 +284,7 @@ void RootEntity::nodeChanged(Pelag::NodeKey const& key, bool restart) {
     return;
   }
   if (present) {
-    applyChild(key, rec, shadow_->lastOffset(), restart);
+    applyChild(key, std::string_view(rec.data(), rec.size()), shadow_->lastOffset(), restart);
     return;
   }
   auto [b, e] = heldBack_.equal_range(key.parent());
@@ -269,8 +297,8 @@ void RootEntity::nodeChanged(Pelag::NodeKey const& key, bool restart) {
   if (Entity* n = node(key)) dropNode(*n);
 }
 
-void RootEntity::applyChild(Pelag::NodeKey const& key, std::vector<char> const& rec,
-                            uint64_t offset, bool restart) {
+void RootEntity::applyChild(Pelag::NodeKey const& key, std::string_view rec, uint64_t offset,
+                            bool restart) {
   Entity* parent = node(key.parent());
   if (!parent) {
     // Its parent is not written yet, or already gone: wait for it.
@@ -281,7 +309,8 @@ void RootEntity::applyChild(Pelag::NodeKey const& key, std::vector<char> const& 
     return;
   }
   ChildView v{key, rec.data(), static_cast<uint32_t>(rec.size())};
-  bool had = node(key) != nullptr;
+  // Only a node seen for the first time can free children held back for it.
+  bool const waiting = !heldBack_.empty() && node(key) == nullptr;
   try {
     if (restart) {
       parent->handleChildRestart(&v, key.attrId());
@@ -293,7 +322,7 @@ void RootEntity::applyChild(Pelag::NodeKey const& key, std::vector<char> const& 
     doCorruptionDetected(fmt::format("{} at offset {}: {}", shape_.typeName, offset, e.what()));
     return;
   }
-  if (!had && node(key)) releaseHeldBack(key, restart);
+  if (waiting && node(key)) releaseHeldBack(key, restart);
 }
 
 void RootEntity::releaseHeldBack(Pelag::NodeKey const& parent, bool restart) {
@@ -302,10 +331,7 @@ void RootEntity::releaseHeldBack(Pelag::NodeKey const& parent, bool restart) {
   std::vector<Pelag::NodeKey> kids;
   for (auto it = b; it != e; ++it) kids.push_back(it->second);
   heldBack_.erase(b, e);
-  for (auto const& k : kids) {
-    if (writer_) continue;
-    nodeChanged(k, restart);
-  }
+  for (auto const& k : kids) nodeChanged(k, restart);
 }
 
 void RootEntity::dropNode(Entity& e) {
@@ -332,18 +358,19 @@ void RootEntity::restartAll() {
   }
   for (auto const& [p, k] : heldBack_) keys.push_back(k);
   std::sort(keys.begin(), keys.end());
-  for (auto const& k : keys) {
-    if (node(k) || !node(k.parent())) nodeChanged(k, true);
-  }
+  for (auto const& k : keys) nodeChanged(k, true);
 }
 
 void RootEntity::rebuildFromStore() {
-  std::map<Pelag::NodeKey, std::vector<char>> found;
-  writer_->forEach([&](Pelag::NodeKey const& k, char const* rec, uint32_t len) {
-    found[k].assign(rec, rec + len);
-  });
+  Scan scan;
+  writer_->forEach(
+      [&](Pelag::NodeKey const& k, char const* rec, uint32_t len) { scan.add(k, rec, len); });
+  nodes_.reserve(scan.items.size() + 1);
+  scan.sort();
   std::vector<Pelag::NodeKey> orphans;
-  for (auto const& [k, rec] : found) {
+  for (auto const& item : scan.items) {
+    Pelag::NodeKey const& k = item.key;
+    std::string_view rec = scan.record(item);
     Entity* parent = k.wellFormed() ? node(k.parent()) : nullptr;
     if (parent) {
       ChildView v{k, rec.data(), static_cast<uint32_t>(rec.size())};

@@ -15,6 +15,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -32,7 +33,9 @@ DABIN_FACILITY("ZentPelag");
 class RootEntity;
 class FlushTask;
 
-enum class Mode { writer, shadow };
+// snapshot: a shadow that reads the store once and follows no later change
+// (no key index, no notifications): what a one-shot reader wants.
+enum class Mode { writer, shadow, snapshot };
 
 // A child node as the store holds it: its key and a stable copy of its record.
 struct ChildView {
@@ -120,7 +123,8 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   // over the one an earlier writer left (rebuilding the local tree from it and
   // removing orphans); a shadow builds the local tree from one scan and
   // reports each member through handleChildRestart, and joins `registry`
-  // (when given), whose event loop dispatches its news. The tree must have
+  // (when given), whose event loop dispatches its news; a snapshot builds
+  // the tree the same way and follows nothing after. The tree must have
   // no children yet. Throws Tamsel::Error when the store cannot be opened or
   // holds another type.
   void pelagAttach(std::string const& dir, Mode mode, ZentTamsel::MountRegistry* registry = nullptr,
@@ -130,7 +134,10 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
                    ZentTamsel::MountRegistry& registry) override;
   void tamselUnmount() override { pelagDetach(); }
   bool pelagAttached() const { return writer_ || shadow_; }
-  Mode mode() const { return shadow_ ? Mode::shadow : Mode::writer; }
+  // Detaches and unbinds the whole tree; a derived root calls it first in its
+  // destructor, before its collections go.
+  void pelagTeardown();
+  Mode mode() const { return shadow_ ? (snapshot_ ? Mode::snapshot : Mode::shadow) : Mode::writer; }
   Pelag::StoreShape const& shape() const { return shape_; }
 
   // Writer: publishes up to `budget` pending nodes; true when more wait.
@@ -161,14 +168,14 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   friend class EntityMap;
   class ShadowHandler;
   class Source;
+  struct Scan;
 
   void nodeIs(Entity* e, bool present);
   void changedIs(Entity& e);
   void removedIs(Pelag::NodeKey const& key);
   // Shadow: one node changed in the store.
   void nodeChanged(Pelag::NodeKey const& key, bool restart);
-  void applyChild(Pelag::NodeKey const& key, std::vector<char> const& rec, uint64_t offset,
-                  bool restart);
+  void applyChild(Pelag::NodeKey const& key, std::string_view rec, uint64_t offset, bool restart);
   void dropNode(Entity& e);
   void releaseHeldBack(Pelag::NodeKey const& parent, bool restart);
   void restartAll();
@@ -189,6 +196,7 @@ class RootEntity : public Entity, public ZentTamsel::Mountable {
   std::unique_ptr<Source> source_;
   ZentTamsel::MountRegistry* registry_ = nullptr;
   mutable uint64_t corruptions_ = 0;
+  bool snapshot_ = false;
   // Shadow: parent key -> children seen before their parent.
   std::multimap<Pelag::NodeKey, Pelag::NodeKey> heldBack_;
   std::string scratch_;
