@@ -214,7 +214,7 @@ int runRib(RibOptions const& o) {
 
   Zent::Ptr<TunnelPelagStatus> status;
   try {
-    status = mountTunnelPelagStatus(o.root, ZentPelag::Mode::shadow);
+    status = mountTunnelPelagStatus(o.root, ZentPelag::Mode::snapshot);
   } catch (Tamsel::Error const& e) {
     throw CtlError(fmt::format("no command-line RIB view under {} at {}: {}", o.root,
                                TunnelPelagStatus::kMountPath, e.what()));
