@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The main job: installs what is missing, builds tunnelctl optimised and runs
-# its demo (LDP, IS-IS SR and BGP-LU producers, a redistribution consumer and a
-# tunnel FIB producer, each its own process). The tables and the FIB are kept
-# under /dev/shm/libtunnel so that the commands the summary prints can look at
-# them; the next run starts afresh.
+# its demo (LDP, IS-IS SR and BGP-LU producers, a redistribution consumer, a
+# tunnel FIB producer and a RIB calculator, each its own process). The tables,
+# the FIB and the RIBs are kept under /dev/shm/libtunnel so that the commands
+# the summary prints can look at them; the next run starts afresh.
 # Arguments go to the demo (for example --tunnels 50000 --seconds 10).
 set -euo pipefail
 cd "$(dirname "$0")/.."

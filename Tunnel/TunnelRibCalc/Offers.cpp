@@ -63,12 +63,12 @@ bool readOffer(TunnelTableBase const& table, TunnelId const& id, RibOffer& out) 
 }
 
 template <typename Table>
-constexpr bool kCompetes = !std::is_same_v<Table, RsvpFrrTunnelTable> &&
-                           !std::is_same_v<Table, RsvpLerSubTunnelTable> &&
-                           !std::is_same_v<Table, TiLfaTunnelTable> &&
-                           !std::is_same_v<Table, SrTeSegmentListTunnelTable> &&
-                           !std::is_same_v<Table, EvpnVxlanTunnelTable> &&
-                           !std::is_same_v<Table, ZorbSdkSbfdSessionTunnelTable>;
+constexpr bool kCompetes =
+    !std::is_same_v<Table, RsvpFrrTunnelTable> && !std::is_same_v<Table, RsvpLerSubTunnelTable> &&
+    !std::is_same_v<Table, TiLfaTunnelTable> &&
+    !std::is_same_v<Table, SrTeSegmentListTunnelTable> &&
+    !std::is_same_v<Table, EvpnVxlanTunnelTable> &&
+    !std::is_same_v<Table, ZorbSdkSbfdSessionTunnelTable>;
 
 }  // namespace
 

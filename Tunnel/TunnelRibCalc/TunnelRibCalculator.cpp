@@ -108,6 +108,32 @@ size_t TunnelRibCalculator::flush() {
   return n;
 }
 
+size_t TunnelRibCalculator::reconcile() {
+  flush();
+  size_t removed = 0;
+  for (TunnelRibBase* rib :
+       {static_cast<TunnelRibBase*>(rib_.ptr()), static_cast<TunnelRibBase*>(coloredRib_.ptr())}) {
+    InternalCliTunnelRib& cli = *cliRib(rib->isColored());
+    std::vector<ColoredTunnelEndpoint> stale;
+    for (ColoredTunnelEndpoint const& cep : rib->tunnelRibEntryKeys()) {
+      if (!endpoints_.count(cep)) stale.push_back(cep);
+    }
+    for (ColoredTunnelEndpoint const& cep : cli.entryKeys()) {
+      if (!endpoints_.count(cep) && !rib->tunnelRibEntryHas(cep)) stale.push_back(cep);
+    }
+    for (ColoredTunnelEndpoint const& cep : stale) {
+      if (rib->tunnelRibEntryHas(cep)) {
+        ++stats_.ribWrites;
+        rib->tunnelRibEntryDel(cep);
+      }
+      cli.entryDel(cep);
+    }
+    removed += stale.size();
+  }
+  status_->flush();
+  return removed;
+}
+
 void TunnelRibCalculator::recompute(ColoredTunnelEndpoint const& cep) {
   ++stats_.computations;
   std::vector<RibOffer> offers;

@@ -57,6 +57,10 @@ class TunnelRibCalculator {
   void handleEntry(TunnelTable::TunnelTableBase const& table, TunnelId const& id);
   // Writes every endpoint touched since the last flush; returns how many.
   size_t flush();
+  // Removes from the RIBs and their views every endpoint no input offers a
+  // tunnel to: what an earlier run left that no longer holds. Call it once
+  // every input is in. Returns how many endpoints it removed.
+  size_t reconcile();
   bool dirty() const { return !dirty_.empty(); }
 
   Zent::Ptr<TunnelTable::InternalCliTunnelRib> const& cliRib(bool colored) const {

@@ -42,8 +42,8 @@ Entry entry(TunnelType t, uint64_t i, uint32_t tep, uint32_t metric) {
   return e;
 }
 
-// kMode: 0 raw reader; otherwise the calculator, flushing every kMode
-// notifications.
+// kFlushEvery: 0 for the raw reader; otherwise the calculator, flushing every
+// kFlushEvery notifications.
 template <size_t kFlushEvery>
 void steadyState(benchmark::State& state) {
   std::string root = makeRoot();
@@ -76,10 +76,12 @@ void steadyState(benchmark::State& state) {
             mounter.tamselMounter().dir(std::string("tunnel/table/") + name), "entry", 8));
       }
     } else {
-      calc = std::make_unique<TunnelRibCalculator>(mountTunnelRib(mount, ZentTamsel::writer()),
-                                                   mountColoredTunnelRib(mount, ZentTamsel::writer()),
-                                                   mountTunnelPelagStatus(mount, ZentPelag::Mode::writer));
-      for (auto id : {TunnelTableIdentifier::isisSrTunnelTable, TunnelTableIdentifier::ldpTunnelTable}) {
+      calc = std::make_unique<TunnelRibCalculator>(
+          mountTunnelRib(mount, ZentTamsel::writer()),
+          mountColoredTunnelRib(mount, ZentTamsel::writer()),
+          mountTunnelPelagStatus(mount, ZentPelag::Mode::writer));
+      for (auto id :
+           {TunnelTableIdentifier::isisSrTunnelTable, TunnelTableIdentifier::ldpTunnelTable}) {
         shadows.push_back(mounter.mountKeyshadow(id));
         calc->inputIs(shadows.back());
       }
@@ -108,15 +110,14 @@ void steadyState(benchmark::State& state) {
     }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kUpdates));
     if (calc) {
-      state.counters["endpointsPerUpdate"] =
-          static_cast<double>(calc->stats().computations) /
-          static_cast<double>(calc->stats().notifications);
+      state.counters["endpointsPerUpdate"] = static_cast<double>(calc->stats().computations) /
+                                             static_cast<double>(calc->stats().notifications);
     }
     calc.reset();
     shadows.clear();
     raws.clear();
-    for (auto const* p : {TunnelRib::kMountPath, ColoredTunnelRib::kMountPath,
-                          TunnelPelagStatus::kMountPath}) {
+    for (auto const* p :
+         {TunnelRib::kMountPath, ColoredTunnelRib::kMountPath, TunnelPelagStatus::kMountPath}) {
       mount.doUnmount(Zent::String(p));
     }
     mounter.unmount(TunnelTableIdentifier::isisSrTunnelTable);

@@ -94,11 +94,21 @@ class Fixture {
   }
   void erase(TunnelId id) {
     switch (id.tunnelType()) {
-      case srTePolicyTunnel: policy->entryDel(id); break;
-      case isisFlexAlgoTunnel: flex->entryDel(id); break;
-      case ldpTunnel: ldp->entryDel(id); break;
-      case isisSrTunnel: sr->entryDel(id); break;
-      default: ospf->entryDel(id); break;
+      case srTePolicyTunnel:
+        policy->entryDel(id);
+        break;
+      case isisFlexAlgoTunnel:
+        flex->entryDel(id);
+        break;
+      case ldpTunnel:
+        ldp->entryDel(id);
+        break;
+      case isisSrTunnel:
+        sr->entryDel(id);
+        break;
+      default:
+        ospf->entryDel(id);
+        break;
     }
     model.erase(id);
   }
@@ -234,6 +244,16 @@ TEST(TunnelRibCalculatorTest, IgnoresWhatDoesNotCompeteAndCountsOnlyChanges) {
   f.model.clear();
   f.calc.flush();
   EXPECT_EQ(f.rib->tunnelRibEntryCount(), 0u);
+
+  // What an earlier run left for endpoints nobody offers goes; the rest stays.
+  f.write(ldpTunnel, 1, w);
+  TunnelRibEntry left(ColoredTunnelEndpoint(Fixture::prefix(9), 4));
+  left.addTunnelWithBw(TunnelId(TunnelId::convertToTunnelValue(srTePolicyTunnel, 3)), 1);
+  f.coloredRib->tunnelRibEntryIs(left);
+  f.calc.cliRib(false)->entryIs(ColoredTunnelEndpoint(Fixture::prefix(8)));
+  EXPECT_EQ(f.calc.reconcile(), 2u);
+  EXPECT_EQ(f.coloredRib->tunnelRibEntryCount(), 0u);
+  ASSERT_NO_FATAL_FAILURE(f.check());
 }
 
 TEST(TunnelRibCalculatorTest, RankReasonNamesTheFirstRuleThatDecides) {

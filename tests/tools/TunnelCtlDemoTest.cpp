@@ -50,9 +50,10 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   auto rib = run({"rib", "--root", root()});
   EXPECT_EQ(rib.code, 0) << rib.err;
   EXPECT_NE(rib.out.find("tunnelRib at tunnel/rib/tunnelRib: "), std::string::npos) << rib.out;
-  size_t at = kept.out.find(" rib ") + 5;  // the endpoint the summary suggests
-  auto cands = run({"rib", kept.out.substr(at, kept.out.find(' ', at) - at), "--candidates",
-                    "--root", root()});
+  // The endpoint the summary suggests.
+  size_t at = kept.out.rfind(" rib ", kept.out.find(" --candidates")) + 5;
+  auto cands = run(
+      {"rib", kept.out.substr(at, kept.out.find(' ', at) - at), "--candidates", "--root", root()});
   EXPECT_EQ(cands.code, 0) << cands.err;
   EXPECT_NE(cands.out.find("in the RIB"), std::string::npos) << cands.out;
   EXPECT_NE(cands.out.find("lost to #"), std::string::npos) << cands.out;

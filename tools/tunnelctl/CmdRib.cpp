@@ -34,9 +34,10 @@ Vorn::IpGenPrefix parseEndpoint(std::string const& text) {
     }
     return Vorn::IpGenPrefix(text);
   } catch (std::exception const&) {
-    throw UsageError(fmt::format("'{}' is not an endpoint (a prefix such as 10.0.0.1/32, or an "
-                                 "address)",
-                                 text));
+    throw UsageError(
+        fmt::format("'{}' is not an endpoint (a prefix such as 10.0.0.1/32, or an "
+                    "address)",
+                    text));
   }
 }
 
@@ -111,9 +112,8 @@ Json winnersJson(TunnelRibEntry const& e) {
 }
 
 void printWinners(RibReader const& r, std::vector<ColoredTunnelEndpoint> const& keys, bool whole) {
-  fmt::print("{} at {}: {} entries, update counter {}, writer {}\n", r.file.name,
-             r.file.mountPath, r.rib->tunnelRibEntryCount(), r.rib->tunnelRibUpdateCounter(),
-             writerText(r.file));
+  fmt::print("{} at {}: {} entries, update counter {}, writer {}\n", r.file.name, r.file.mountPath,
+             r.rib->tunnelRibEntryCount(), r.rib->tunnelRibUpdateCounter(), writerText(r.file));
   for (auto const& cep : keys) {
     TunnelRibEntry e;
     if (!r.rib->tunnelRibEntry(cep, e)) continue;
@@ -125,10 +125,11 @@ void printWinners(RibReader const& r, std::vector<ColoredTunnelEndpoint> const& 
       if (whole) tunnels += fmt::format(" (bw {})", e.tunnelBw(x).value());
     }
     if (shown < e.tunnelIdCount()) tunnels += fmt::format(" +{} more", e.tunnelIdCount() - shown);
-    fmt::print("  {:<24} entry pref {:>3}  entry metric {:>4}  metric {:>5}  pref {:>3}  {} "
-               "tunnel{}:{}\n",
-               endpointText(cep), e.entryPref().value(), e.entryMetric(), e.metric(), e.pref(),
-               e.tunnelIdCount(), e.tunnelIdCount() == 1 ? "" : "s", tunnels);
+    fmt::print(
+        "  {:<24} entry pref {:>3}  entry metric {:>4}  metric {:>5}  pref {:>3}  {} "
+        "tunnel{}:{}\n",
+        endpointText(cep), e.entryPref().value(), e.entryMetric(), e.metric(), e.pref(),
+        e.tunnelIdCount(), e.tunnelIdCount() == 1 ? "" : "s", tunnels);
   }
 }
 
@@ -219,16 +220,16 @@ int runRib(RibOptions const& o) {
     throw CtlError(fmt::format("no command-line RIB view under {} at {}: {}", o.root,
                                TunnelPelagStatus::kMountPath, e.what()));
   }
-  TunnelRibId id = colored ? TunnelRibCalculator::kColoredTunnelRibId
-                           : TunnelRibCalculator::kTunnelRibId;
+  TunnelRibId id =
+      colored ? TunnelRibCalculator::kColoredTunnelRibId : TunnelRibCalculator::kTunnelRibId;
   auto cli = status->cliTunnelRibColl(id);
   if (!cli) throw CtlError(fmt::format("the command-line view has no RIB {}", id));
   Json all = Json::array();
   for (auto const& cep : keys) {
     auto entry = cli->entry(cep);
     if (!entry) {
-      throw CtlError(fmt::format("the command-line view of {} has no entry for {}", std::string(cli->name().view()),
-                                 endpointText(cep)));
+      throw CtlError(fmt::format("the command-line view of {} has no entry for {}",
+                                 std::string(cli->name().view()), endpointText(cep)));
     }
     Json list = candidatesJson(*entry, reader.rib->tunnelRibEntry(cep));
     if (o.json) {

@@ -1,7 +1,7 @@
-// tunnelctl demo: starts the producers (of three tables and of the FIB) and
-// the consumer as child processes,
-// shows their progress, stops them when the consumer has checked its
-// configurations, prints the summary and removes the tables (unless --keep).
+// tunnelctl demo: starts the producers (of three tables and of the FIB), the
+// consumer and the RIB calculator as child processes, shows their progress,
+// stops them when the consumer and the calculator have checked what they
+// keep, prints the summary and removes the tables (unless --keep).
 // Interrupted, it stops every child it started and cleans up the same way.
 
 #include "tools/tunnelctl/Demo.h"

@@ -93,6 +93,7 @@ int runRibCalculator(SharedRegion const& region, DemoOptions const& o) {
       tables.push_back(mounter.mountKeyshadow(tableIdOf(p)));
       calc.inputIs(tables.back());
     }
+    calc.reconcile();  // a RIB an earlier run left
     status.phaseIs(Phase::following);
     auto publish = [&] {
       status.writes.store(calc.stats().notifications, std::memory_order_relaxed);

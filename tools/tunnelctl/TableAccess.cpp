@@ -125,9 +125,9 @@ TableFile inspectPublished(std::string const& root, std::string const& name,
                            std::string const& entryType, std::string const& what) {
   checkStateRoot(root);
   if (!hasPublished(root, mountPath, collection)) {
-    throw CtlError(fmt::format(
-        "no {} under {} (no agent has published one at {}; --root names another)", what, root,
-        mountPath));
+    throw CtlError(
+        fmt::format("no {} under {} (no agent has published one at {}; --root names another)", what,
+                    root, mountPath));
   }
   TableFile t;
   t.name = name;

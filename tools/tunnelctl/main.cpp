@@ -102,8 +102,9 @@ int main(int argc, char** argv) {
   addRoot(ribCmd, rib.root);
 
   DemoOptions demo;
-  auto* demoCmd = app.add_subcommand(
-      "demo", "Run LDP, IS-IS SR and BGP-LU producers and a redistribution consumer, then report");
+  auto* demoCmd = app.add_subcommand("demo",
+                                     "Run LDP, IS-IS SR and BGP-LU producers, a redistribution "
+                                     "consumer and a RIB calculator, then report");
   demoCmd->add_option("--tunnels", demo.tunnels, "Tunnels per table")->capture_default_str();
   demoCmd->add_option("--seconds", demo.seconds, "Seconds of churn")->capture_default_str();
   demoCmd->add_option("--rate", demo.rate, "Churn writes per second per producer (0: flat out)")
