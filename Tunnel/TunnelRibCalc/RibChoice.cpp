@@ -25,7 +25,8 @@ RibChoice choose(ColoredTunnelEndpoint const& endpoint, std::span<RibOffer const
   for (RibOffer const& o : offers) groups[o.candidateId()].push_back(&o);
 
   InternalTunnelCandidateId const& best = groups.begin()->first;
-  RibOffer const* lead = nullptr;
+  // A winner to start from: the best candidate's tunnels all win.
+  RibOffer const* lead = groups.begin()->second.front();
   out.candidates.reserve(groups.size());
   for (auto& [id, members] : groups) {
     std::sort(members.begin(), members.end(),
@@ -38,8 +39,8 @@ RibChoice choose(ColoredTunnelEndpoint const& endpoint, std::span<RibOffer const
     if (c.winner) {
       for (RibOffer const* o : members) {
         out.entry.addTunnelWithBw(o->tunnelId, o->bw);
-        if (!lead || std::tie(o->metric, o->pref, o->tunnelId) <
-                         std::tie(lead->metric, lead->pref, lead->tunnelId)) {
+        if (std::tie(o->metric, o->pref, o->tunnelId) <
+            std::tie(lead->metric, lead->pref, lead->tunnelId)) {
           lead = o;
         }
       }

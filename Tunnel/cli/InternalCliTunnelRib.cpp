@@ -7,14 +7,6 @@
 
 namespace Tunnel::TunnelTable {
 
-namespace {
-
-void requireAttr(Zent::AttributeId got, Zent::AttributeId want) {
-  if (got != want) ZentPelag::throwInvalidAttrId(got);
-}
-
-}  // namespace
-
 // ---- InternalCliTunnelRibCandidate
 
 InternalCliTunnelRibCandidate::InternalCliTunnelRibCandidate(InternalTunnelCandidateId const& id,
@@ -131,34 +123,19 @@ void InternalCliTunnelRibEntry::candidatesDelAll() {
   for (auto const& id : candidates_.keys()) candidatesDel(id);
 }
 
-void InternalCliTunnelRibEntry::childIs(uint64_t offset, ZentPelag::ChildView const* pointer,
-                                        Zent::AttributeId attrId) {
-  requireAttr(attrId, candidatesId);
-  bool created = false;
-  if (candidates_.childIs(*pointer, created) == ZentPelag::RecordUpdate::malformed) {
-    pelagMalformed(offset, pointer);
-  } else if (created) {
-    InternalTunnelCandidateId id;
-    pointer->key.lastKeyAs(id);
-    notify(candidatesId, id);
-  }
-}
-
 void InternalCliTunnelRibEntry::handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,
                                             Zent::AttributeId attrId) {
-  childIs(offset, pointer, attrId);
+  candidates_.childNotified(offset, *pointer, attrId);
 }
 
 void InternalCliTunnelRibEntry::handleChildRestart(ZentPelag::ChildView const* pointer,
                                                    Zent::AttributeId attrId) {
-  childIs(0, pointer, attrId);
+  candidates_.childNotified(0, *pointer, attrId);
 }
 
 void InternalCliTunnelRibEntry::handleChildDel(Pelag::NodeKey const& key,
                                                Zent::AttributeId attrId) {
-  requireAttr(attrId, candidatesId);
-  InternalTunnelCandidateId id;
-  if (candidates_.childDel(key, id)) notify(candidatesId, id);
+  candidates_.childDelNotified(key, attrId);
 }
 
 Zent::Ptr<InternalCliTunnelRibEntry> InternalCliTunnelRibEntry::pelagNew(
@@ -201,33 +178,18 @@ void InternalCliTunnelRib::entryDelAll() {
   for (auto const& cep : entries_.keys()) entryDel(cep);
 }
 
-void InternalCliTunnelRib::childIs(uint64_t offset, ZentPelag::ChildView const* pointer,
-                                   Zent::AttributeId attrId) {
-  requireAttr(attrId, entryId);
-  bool created = false;
-  if (entries_.childIs(*pointer, created) == ZentPelag::RecordUpdate::malformed) {
-    pelagMalformed(offset, pointer);
-  } else if (created) {
-    ColoredTunnelEndpoint cep;
-    pointer->key.lastKeyAs(cep);
-    notify(entryId, cep);
-  }
-}
-
 void InternalCliTunnelRib::handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,
                                        Zent::AttributeId attrId) {
-  childIs(offset, pointer, attrId);
+  entries_.childNotified(offset, *pointer, attrId);
 }
 
 void InternalCliTunnelRib::handleChildRestart(ZentPelag::ChildView const* pointer,
                                               Zent::AttributeId attrId) {
-  childIs(0, pointer, attrId);
+  entries_.childNotified(0, *pointer, attrId);
 }
 
 void InternalCliTunnelRib::handleChildDel(Pelag::NodeKey const& key, Zent::AttributeId attrId) {
-  requireAttr(attrId, entryId);
-  ColoredTunnelEndpoint cep;
-  if (entries_.childDel(key, cep)) notify(entryId, cep);
+  entries_.childDelNotified(key, attrId);
 }
 
 void InternalCliTunnelRib::pelagRecord(std::string& out) const {

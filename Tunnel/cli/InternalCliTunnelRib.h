@@ -114,8 +114,6 @@ class InternalCliTunnelRibEntry : public ZentPelag::Entity {
   };
 
  private:
-  void childIs(uint64_t offset, ZentPelag::ChildView const* pointer, Zent::AttributeId attrId);
-
   ColoredTunnelEndpoint cep_;
   ZentPelag::EntityMap<InternalTunnelCandidateId, InternalCliTunnelRibCandidate> candidates_{
       *this, candidatesId};
@@ -167,8 +165,6 @@ class InternalCliTunnelRib : public ZentPelag::Entity {
   };
 
  private:
-  void childIs(uint64_t offset, ZentPelag::ChildView const* pointer, Zent::AttributeId attrId);
-
   TunnelRibId id_;
   ZentPelag::EntityMap<ColoredTunnelEndpoint, InternalCliTunnelRibEntry> entries_{*this, entryId};
 };

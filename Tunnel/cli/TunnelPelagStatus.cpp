@@ -63,33 +63,18 @@ void TunnelPelagStatus::handleFlush(ZentPelag::FlushTask& task) {
   ZentPelag::RootEntity::handleFlush(task);
 }
 
-void TunnelPelagStatus::childIs(uint64_t offset, ZentPelag::ChildView const* pointer,
-                                Zent::AttributeId attrId) {
-  if (attrId != cliTunnelRibCollId) ZentPelag::throwInvalidAttrId(attrId);
-  bool created = false;
-  if (ribs_.childIs(*pointer, created) == ZentPelag::RecordUpdate::malformed) {
-    pelagMalformed(offset, pointer);
-  } else if (created) {
-    TunnelRibId id;
-    pointer->key.lastKeyAs(id);
-    notify(cliTunnelRibCollId, id);
-  }
-}
-
 void TunnelPelagStatus::handleChild(uint64_t offset, ZentPelag::ChildView const* pointer,
                                     Zent::AttributeId attrId) {
-  childIs(offset, pointer, attrId);
+  ribs_.childNotified(offset, *pointer, attrId);
 }
 
 void TunnelPelagStatus::handleChildRestart(ZentPelag::ChildView const* pointer,
                                            Zent::AttributeId attrId) {
-  childIs(0, pointer, attrId);
+  ribs_.childNotified(0, *pointer, attrId);
 }
 
 void TunnelPelagStatus::handleChildDel(Pelag::NodeKey const& key, Zent::AttributeId attrId) {
-  if (attrId != cliTunnelRibCollId) ZentPelag::throwInvalidAttrId(attrId);
-  TunnelRibId id;
-  if (ribs_.childDel(key, id)) notify(cliTunnelRibCollId, id);
+  ribs_.childDelNotified(key, attrId);
 }
 
 void TunnelPelagStatus::NotifieeConst::onAttribute(Zent::AttributeId id, Zent::KeyRef const& key) {

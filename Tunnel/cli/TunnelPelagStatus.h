@@ -64,8 +64,6 @@ class TunnelPelagStatus : public ZentPelag::RootEntity {
   };
 
  private:
-  void childIs(uint64_t offset, ZentPelag::ChildView const* pointer, Zent::AttributeId attrId);
-
   ZentPelag::EntityMap<TunnelRibId, InternalCliTunnelRib> ribs_{*this, cliTunnelRibCollId};
 };
 

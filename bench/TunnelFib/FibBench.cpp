@@ -33,6 +33,7 @@
 #include "Tunnel/TunnelFib/TunnelFib.h"
 #include "Tunnel/TunnelFib/TunnelResolver.h"
 #include "Tunnel/shmem/Tamsel/Writer.h"
+#include "bench/common/WriterProcess.h"
 
 using namespace Tunnel::TunnelFib;
 using Tunnel::TunnelTable::TunnelType;
@@ -200,39 +201,21 @@ class FibFiller {
   uint32_t encaps_ = 0;
 };
 
-// The writer process: fills the FIB, says so on `ready`, and lives until
-// killed (or until this process dies). -1 when it failed.
+// The writer process: fills the FIB and keeps it until killed. -1 when it
+// failed.
 pid_t startFibWriter(std::string const& root) {
-  int ready[2];
-  if (::pipe(ready) != 0) throw std::runtime_error("pipe");
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::close(ready[0]);
-    // Nothing may unwind into the benchmark's own code in this process: a
-    // failure closes the pipe unanswered.
-    try {
+  return BenchSupport::startWriterProcess("FIB writer", [&root] {
+    struct Kept {
       ZentTamsel::MountRegistry registry;
-      ZentTamsel::Mount mount(Zent::String(root), registry);
-      auto fib = mountTunnelFib(mount, ZentTamsel::writer());
-      FibFiller(*fib).fill();
-      char c = 1;
-      if (::write(ready[1], &c, 1) != 1) ::_exit(1);
-      for (;;) ::pause();
-    } catch (std::exception const& e) {
-      std::fprintf(stderr, "FIB writer: %s\n", e.what());
-    }
-    ::_exit(1);
-  }
-  ::close(ready[1]);
-  char c = 0;
-  bool const ok = ::read(ready[0], &c, 1) == 1;
-  ::close(ready[0]);
-  if (!ok) {
-    ::waitpid(pid, nullptr, 0);
-    return -1;
-  }
-  return pid;
+      ZentTamsel::Mount mount;
+      Zent::Ptr<TunnelFib> fib;
+      explicit Kept(std::string const& r) : mount(Zent::String(r), registry) {}
+    };
+    auto k = std::make_shared<Kept>(root);
+    k->fib = mountTunnelFib(k->mount, ZentTamsel::writer());
+    FibFiller(*k->fib).fill();
+    return std::shared_ptr<void>(k);
+  });
 }
 
 // The lookups one resolution pass makes, in order.

@@ -31,6 +31,7 @@
 #include "Tunnel/cli/TunnelPelagStatus.h"
 #include "Tunnel/shmem/Tamsel/Reader.h"
 #include "Tunnel/shmem/Tamsel/Writer.h"
+#include "bench/common/WriterProcess.h"
 
 using namespace Tunnel::TunnelTable;
 using Clock = std::chrono::steady_clock;
@@ -78,39 +79,13 @@ void publish(std::string const& root) {
   }
 }
 
-// The writer process: publishes, says so on `ready`, and lives until killed.
-pid_t startWriter(std::string const& root) {
-  int ready[2];
-  if (::pipe(ready) != 0) throw std::runtime_error("pipe");
-  pid_t pid = ::fork();
-  if (pid == 0) {
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    ::close(ready[0]);
-    try {
-      publish(root);
-      char c = 1;
-      if (::write(ready[1], &c, 1) != 1) ::_exit(1);
-      for (;;) ::pause();
-    } catch (std::exception const& e) {
-      std::fprintf(stderr, "store writer: %s\n", e.what());
-    }
-    ::_exit(1);
-  }
-  ::close(ready[1]);
-  char c = 0;
-  bool const ok = ::read(ready[0], &c, 1) == 1;
-  ::close(ready[0]);
-  if (!ok) {
-    ::waitpid(pid, nullptr, 0);
-    return -1;
-  }
-  return pid;
-}
-
 void BM_PelagRead(benchmark::State& state) {
   char tmpl[] = "/dev/shm/pelag-bench-XXXXXX";
   std::string const root = ::mkdtemp(tmpl);
-  pid_t const writer = startWriter(root);
+  pid_t const writer = BenchSupport::startWriterProcess("store writer", [&root] {
+    publish(root);
+    return std::shared_ptr<void>();
+  });
   if (writer < 0) {
     std::filesystem::remove_all(root);
     state.SkipWithError("the writer process failed");

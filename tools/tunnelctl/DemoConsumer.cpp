@@ -35,20 +35,6 @@ void publishLatency(std::vector<uint64_t>& samples, LatencyResult& out) {
   out.maxNs.store(*std::max_element(samples.begin(), samples.end()));
 }
 
-bool producersIn(SharedHeader const& h, Phase p) {
-  for (int i = 0; i < kProducers; ++i) {
-    if (h.proc[i].phaseNow() != p) return false;
-  }
-  return true;
-}
-
-bool shouldStop(SharedHeader const& h) {
-  for (auto const& p : h.proc) {
-    if (p.phaseNow() == Phase::failed) return true;
-  }
-  return h.shutdown.load() != 0;
-}
-
 struct Following {
   // Outlives the followers, which unmount through it.
   ZentTamsel::MountRegistry registry;

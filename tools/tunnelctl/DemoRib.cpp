@@ -13,20 +13,6 @@ using Tunnel::TunnelRibCalc::TunnelRibCalculator;
 
 namespace {
 
-bool producersIn(SharedHeader const& h, Phase p) {
-  for (int i = 0; i < kProducers; ++i) {
-    if (h.proc[i].phaseNow() != p) return false;
-  }
-  return true;
-}
-
-bool shouldStop(SharedHeader const& h) {
-  for (auto const& p : h.proc) {
-    if (p.phaseNow() == Phase::failed) return true;
-  }
-  return h.shutdown.load() != 0;
-}
-
 // Whether two calculators published the same RIBs and the same candidates.
 bool sameOutputs(TunnelRibCalculator const& a, TunnelRibCalculator const& b,
                  TunnelRibBase const& ribA, TunnelRibBase const& ribB) {

@@ -74,4 +74,18 @@ int64_t nowNs() {
   return int64_t{ts.tv_sec} * 1000000000 + ts.tv_nsec;
 }
 
+bool producersIn(SharedHeader const& h, Phase p) {
+  for (int i = 0; i < kProducers; ++i) {
+    if (h.proc[i].phaseNow() != p) return false;
+  }
+  return true;
+}
+
+bool shouldStop(SharedHeader const& h) {
+  for (auto const& p : h.proc) {
+    if (p.phaseNow() == Phase::failed) return true;
+  }
+  return h.shutdown.load() != 0;
+}
+
 }  // namespace TunnelCtl::Demo

@@ -126,6 +126,11 @@ class SharedRegion {
   std::atomic<int64_t>* stamps_ = nullptr;
 };
 
+// Whether every producer is in phase `p`.
+bool producersIn(SharedHeader const& h, Phase p);
+// A producer failed, or the demo is shutting down.
+bool shouldStop(SharedHeader const& h);
+
 // CLOCK_MONOTONIC in nanoseconds: one clock for every process of the host.
 int64_t nowNs();
 

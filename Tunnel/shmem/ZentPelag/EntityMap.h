@@ -106,6 +106,27 @@ class EntityMap {
     return true;
   }
 
+  // Shadow callbacks of the owner for this collection, whole: the attribute
+  // must be this collection's ("invalid attrId:<id>" otherwise); a new or
+  // removed member is announced to the owner's reactors with its key, and a
+  // malformed record goes to the corruption handler, unannounced.
+  void childNotified(uint64_t offset, ChildView const& v, Zent::AttributeId attrId) {
+    if (attrId != attr_) throwInvalidAttrId(attrId);
+    bool created = false;
+    if (childIs(v, created) == RecordUpdate::malformed) {
+      owner_.pelagMalformed(offset, &v);
+    } else if (created) {
+      K k;
+      v.key.lastKeyAs(k);
+      owner_.notify(attr_, k);
+    }
+  }
+  void childDelNotified(Pelag::NodeKey const& key, Zent::AttributeId attrId) {
+    if (attrId != attr_) throwInvalidAttrId(attrId);
+    K k;
+    if (childDel(key, k)) owner_.notify(attr_, k);
+  }
+
   void children(std::vector<Entity*>& out) const {
     for (auto const& [k, m] : members_) out.push_back(m.ptr());
   }
