@@ -1,54 +1,60 @@
 #include "Tunnel/TunnelRibCalc/RibChoice.h"
 
 #include <algorithm>
-#include <map>
 #include <tuple>
 
 namespace Tunnel::TunnelRibCalc {
 
 namespace {
 
-struct ByRank {
-  bool operator()(InternalTunnelCandidateId const& a, InternalTunnelCandidateId const& b) const {
-    return a < b;
-  }
-};
+// The ranking of InternalTunnelCandidateId packed in one number (entry
+// preference, the type's default preference, entry metric, type), so that a
+// choice sorts its offers once instead of ordering candidates in a map.
+uint64_t rankKey(RibOffer const& o) {
+  return uint64_t{o.entryPref.value()} << 56 |
+         uint64_t{TunnelTable::getDefaultPrefForType(o.type).value()} << 48 |
+         uint64_t{o.entryMetric} << 16 | static_cast<uint16_t>(o.type);
+}
 
 }  // namespace
 
 RibChoice choose(ColoredTunnelEndpoint const& endpoint, std::span<RibOffer const> offers) {
-  RibChoice out;
-  out.entry = TunnelRibEntry(endpoint);
+  RibChoice out{{}, TunnelRibEntry(endpoint)};
   if (offers.empty()) return out;
 
-  std::map<InternalTunnelCandidateId, std::vector<RibOffer const*>, ByRank> groups;
-  for (RibOffer const& o : offers) groups[o.candidateId()].push_back(&o);
+  struct Ranked {
+    uint64_t key;
+    RibOffer const* offer;
+  };
+  std::vector<Ranked> ranked;
+  ranked.reserve(offers.size());
+  for (RibOffer const& o : offers) ranked.push_back({rankKey(o), &o});
+  std::sort(ranked.begin(), ranked.end(), [](Ranked const& a, Ranked const& b) {
+    return a.key != b.key ? a.key < b.key : a.offer->tunnelId < b.offer->tunnelId;
+  });
 
-  InternalTunnelCandidateId const& best = groups.begin()->first;
+  RibOffer const& best = *ranked.front().offer;
   // A winner to start from: the best candidate's tunnels all win.
-  RibOffer const* lead = groups.begin()->second.front();
-  out.candidates.reserve(groups.size());
-  for (auto& [id, members] : groups) {
-    std::sort(members.begin(), members.end(),
-              [](RibOffer const* a, RibOffer const* b) { return a->tunnelId < b->tunnelId; });
-    RankedCandidate c{id, {}, false};
-    c.tunnels.reserve(members.size());
-    for (RibOffer const* o : members) c.tunnels.push_back(o->tunnelId);
-    c.winner = id.entryPref() == best.entryPref() && id.entryMetric() == best.entryMetric() &&
-               TunnelRibEntry::tunnelTypesCanFormEcmp(id.tunnelType(), best.tunnelType());
-    if (c.winner) {
-      for (RibOffer const* o : members) {
-        out.entry.addTunnelWithBw(o->tunnelId, o->bw);
-        if (std::tie(o->metric, o->pref, o->tunnelId) <
-            std::tie(lead->metric, lead->pref, lead->tunnelId)) {
-          lead = o;
-        }
+  RibOffer const* lead = &best;
+  for (size_t i = 0; i < ranked.size();) {
+    RibOffer const& first = *ranked[i].offer;
+    RankedCandidate c{first.candidateId(), {}, false};
+    c.winner = first.entryPref == best.entryPref && first.entryMetric == best.entryMetric &&
+               TunnelRibEntry::tunnelTypesCanFormEcmp(first.type, best.type);
+    for (uint64_t key = ranked[i].key; i < ranked.size() && ranked[i].key == key; ++i) {
+      RibOffer const* o = ranked[i].offer;
+      c.tunnels.push_back(o->tunnelId);
+      if (!c.winner) continue;
+      out.entry.addTunnelWithBw(o->tunnelId, o->bw);
+      if (std::tie(o->metric, o->pref, o->tunnelId) <
+          std::tie(lead->metric, lead->pref, lead->tunnelId)) {
+        lead = o;
       }
     }
     out.candidates.push_back(std::move(c));
   }
-  out.entry.entryPrefIs(best.entryPref());
-  out.entry.entryMetricIs(best.entryMetric());
+  out.entry.entryPrefIs(best.entryPref);
+  out.entry.entryMetricIs(best.entryMetric);
   out.entry.metricIs(lead->metric);
   out.entry.metric2Is(lead->metric2);
   out.entry.prefIs(lead->pref);

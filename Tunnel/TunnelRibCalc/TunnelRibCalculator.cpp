@@ -51,8 +51,8 @@ void TunnelRibCalculator::inputDel(TunnelTableIdentifier id) {
   if (it == inputs_.end()) return;
   it->second.reactor->notifierIs(nullptr);
   std::vector<TunnelId> gone;
-  for (auto const& [tid, held] : offers_) {
-    if (held.input == it->first) gone.push_back(tid);
+  for (auto const& [tid, where] : where_) {
+    if (where.input == it->first) gone.push_back(tid);
   }
   for (TunnelId const& tid : gone) offerIs(tid, nullptr, it->first);
   inputs_.erase(it);
@@ -68,36 +68,43 @@ void TunnelRibCalculator::handleEntry(TunnelTableBase const& table, TunnelId con
 }
 
 void TunnelRibCalculator::offerIs(TunnelId const& id, RibOffer const* offer, uint8_t input) {
-  auto it = offers_.find(id);
-  if (it != offers_.end()) {
-    if (offer && *offer == it->second.offer) return;
-    ColoredTunnelEndpoint old = it->second.offer.endpoint;
+  auto it = where_.find(id);
+  if (it != where_.end()) {
+    ColoredTunnelEndpoint const old = it->second.endpoint;
+    auto& offers = endpoints_[old].offers;
+    auto pos = std::find_if(offers.begin(), offers.end(),
+                            [&](RibOffer const& o) { return o.tunnelId == id; });
+    if (offer && *offer == *pos) return;
     dirty_.insert(old);
-    if (!offer || offer->endpoint != old) {
-      auto ep = endpoints_.find(old);
-      auto& ids = ep->second;
-      ids.erase(std::find(ids.begin(), ids.end(), id));
-      if (ids.empty()) endpoints_.erase(ep);
-    }
-    if (!offer) {
-      offers_.erase(it);
+    if (offer && offer->endpoint == old) {
+      *pos = *offer;
+      it->second.input = input;
       return;
     }
-    if (offer->endpoint != old) endpoints_[offer->endpoint].push_back(id);
-    it->second = Held{*offer, input};
+    offers.erase(pos);
+    if (!offer) {
+      where_.erase(it);
+      return;
+    }
+    it->second = Where{offer->endpoint, input};
   } else {
     if (!offer) return;
-    offers_.emplace(id, Held{*offer, input});
-    endpoints_[offer->endpoint].push_back(id);
+    where_.emplace(id, Where{offer->endpoint, input});
   }
+  endpoints_[offer->endpoint].offers.push_back(*offer);
   dirty_.insert(offer->endpoint);
 }
 
 bool TunnelRibCalculator::offer(TunnelId const& id, RibOffer& out) const {
-  auto it = offers_.find(id);
-  if (it == offers_.end()) return false;
-  out = it->second.offer;
-  return true;
+  auto it = where_.find(id);
+  if (it == where_.end()) return false;
+  for (RibOffer const& o : endpoints_.at(it->second.endpoint).offers) {
+    if (o.tunnelId == id) {
+      out = o;
+      return true;
+    }
+  }
+  return false;
 }
 
 size_t TunnelRibCalculator::flush() {
@@ -115,6 +122,7 @@ size_t TunnelRibCalculator::reconcile() {
        {static_cast<TunnelRibBase*>(rib_.ptr()), static_cast<TunnelRibBase*>(coloredRib_.ptr())}) {
     InternalCliTunnelRib& cli = *cliRib(rib->isColored());
     std::vector<ColoredTunnelEndpoint> stale;
+    // flush() left only endpoints with tunnels.
     for (ColoredTunnelEndpoint const& cep : rib->tunnelRibEntryKeys()) {
       if (!endpoints_.count(cep)) stale.push_back(cep);
     }
@@ -136,47 +144,70 @@ size_t TunnelRibCalculator::reconcile() {
 
 void TunnelRibCalculator::recompute(ColoredTunnelEndpoint const& cep) {
   ++stats_.computations;
-  std::vector<RibOffer> offers;
-  if (auto ep = endpoints_.find(cep); ep != endpoints_.end()) {
-    offers.reserve(ep->second.size());
-    for (TunnelId const& id : ep->second) offers.push_back(offers_.at(id).offer);
-  }
-  RibChoice choice = choose(cep, offers);
-  writeRib(cep, choice);
-  writeCli(cep, choice);
+  auto it = endpoints_.find(cep);
+  if (it == endpoints_.end()) return;
+  Endpoint& ep = it->second;
+  RibChoice choice = choose(cep, ep.offers);
+  writeRib(cep, ep, choice);
+  writeCli(cep, ep, choice);
+  if (ep.offers.empty()) endpoints_.erase(it);
 }
 
-void TunnelRibCalculator::writeRib(ColoredTunnelEndpoint const& cep, RibChoice const& choice) {
+void TunnelRibCalculator::writeRib(ColoredTunnelEndpoint const& cep, Endpoint& ep,
+                                   RibChoice const& choice) {
   TunnelRibBase& rib = cep.isColored() ? static_cast<TunnelRibBase&>(*coloredRib_)
                                        : static_cast<TunnelRibBase&>(*rib_);
   if (choice.candidates.empty()) {
-    if (!rib.tunnelRibEntryHas(cep)) return;
+    if (ep.ribRecord.empty() && !rib.tunnelRibEntryHas(cep)) return;
     ++stats_.ribWrites;
     rib.tunnelRibEntryDel(cep);
+    ep.ribRecord.clear();
     return;
   }
-  // The colored RIB counts every write, equal or not: write only changes.
+  std::string record(choice.entry.serializeLen(), '\0');
+  choice.entry.serialize(record.data());
+  if (record == ep.ribRecord) return;
+  // The colored RIB counts every write, equal or not: a RIB an earlier run
+  // left is compared before it is first written.
   TunnelRibEntry stored;
-  if (rib.tunnelRibEntry(cep, stored) && stored == choice.entry) return;
+  bool const same =
+      ep.ribRecord.empty() && rib.tunnelRibEntry(cep, stored) && stored == choice.entry;
+  ep.ribRecord = std::move(record);
+  if (same) return;
   ++stats_.ribWrites;
   rib.tunnelRibEntryIs(choice.entry);
 }
 
-void TunnelRibCalculator::writeCli(ColoredTunnelEndpoint const& cep, RibChoice const& choice) {
+void TunnelRibCalculator::writeCli(ColoredTunnelEndpoint const& cep, Endpoint& ep,
+                                   RibChoice const& choice) {
   InternalCliTunnelRib& cli = *(cep.isColored() ? coloredCliRib_ : cliRib_);
   if (choice.candidates.empty()) {
-    if (cli.entry(cep)) cli.entryDel(cep);
+    if (ep.cli || cli.entry(cep)) cli.entryDel(cep);
+    ep.cli = nullptr;
+    ep.shown.clear();
     return;
   }
-  Zent::Ptr<InternalCliTunnelRibEntry> entry = cli.entryIs(cep);
-  for (InternalTunnelCandidateId const& id : entry->candidateIds()) {
-    bool kept = std::any_of(choice.candidates.begin(), choice.candidates.end(),
-                            [&](RankedCandidate const& c) { return c.id == id; });
-    if (!kept) entry->candidatesDel(id);
+  if (!ep.cli) {
+    // First publication here: start from what the view holds (an earlier
+    // run may have left it).
+    ep.cli = cli.entryIs(cep);
+    for (InternalTunnelCandidateId const& id : ep.cli->candidateIds()) {
+      ep.shown.push_back(RankedCandidate{id, ep.cli->candidates(id)->tunnelIds(), false});
+    }
   }
+  InternalCliTunnelRibEntry& entry = *ep.cli;
+  // Both lists are in rank order: merge them.
+  auto old = ep.shown.begin();
   for (RankedCandidate const& c : choice.candidates) {
-    Zent::Ptr<InternalCliTunnelRibCandidate> cand = entry->candidatesIs(c.id);
-    std::vector<TunnelId> have = cand->tunnelIds();
+    for (; old != ep.shown.end() && old->id < c.id; ++old) entry.candidatesDel(old->id);
+    bool const had = old != ep.shown.end() && old->id == c.id;
+    if (had && old->tunnels == c.tunnels) {
+      ++old;
+      continue;
+    }
+    Zent::Ptr<InternalCliTunnelRibCandidate> cand = entry.candidatesIs(c.id);
+    static std::vector<TunnelId> const kNone;
+    std::vector<TunnelId> const& have = had ? old->tunnels : kNone;
     std::vector<TunnelId> gone, added;
     std::set_difference(have.begin(), have.end(), c.tunnels.begin(), c.tunnels.end(),
                         std::back_inserter(gone));
@@ -184,7 +215,10 @@ void TunnelRibCalculator::writeCli(ColoredTunnelEndpoint const& cep, RibChoice c
                         std::back_inserter(added));
     for (TunnelId const& id : gone) cand->tunnelIdDel(id);
     for (TunnelId const& id : added) cand->tunnelIdIs(id);
+    if (had) ++old;
   }
+  for (; old != ep.shown.end(); ++old) entry.candidatesDel(old->id);
+  ep.shown = choice.candidates;
 }
 
 }  // namespace Tunnel::TunnelRibCalc

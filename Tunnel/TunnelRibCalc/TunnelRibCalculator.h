@@ -12,6 +12,7 @@
 // on the agent's event loop, and call flush() when a burst is handled.
 
 #include <cstdint>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -85,16 +86,27 @@ class TunnelRibCalculator {
     size_t operator()(TunnelId const& t) const { return t.hash(); }
   };
 
-  // What a tunnel offers, and which input it came from.
-  struct Held {
-    RibOffer offer;
+  // Where a tunnel's offer is kept, and which input it came from.
+  struct Where {
+    ColoredTunnelEndpoint endpoint;
     uint8_t input = 0;
+  };
+
+  // An endpoint: the offers made to it (kept together, so that a
+  // recomputation reads them in one place), and what was last published for
+  // it, so that it changes the outputs only where they differ without
+  // reading them back.
+  struct Endpoint {
+    std::vector<RibOffer> offers;
+    std::string ribRecord;  // the RIB entry's record; empty: not written yet
+    Zent::Ptr<TunnelTable::InternalCliTunnelRibEntry> cli;  // null: not read yet
+    std::vector<RankedCandidate> shown;                     // what `cli` holds
   };
 
   void offerIs(TunnelId const& id, RibOffer const* offer, uint8_t input);
   void recompute(ColoredTunnelEndpoint const& cep);
-  void writeRib(ColoredTunnelEndpoint const& cep, RibChoice const& choice);
-  void writeCli(ColoredTunnelEndpoint const& cep, RibChoice const& choice);
+  void writeRib(ColoredTunnelEndpoint const& cep, Endpoint& ep, RibChoice const& choice);
+  void writeCli(ColoredTunnelEndpoint const& cep, Endpoint& ep, RibChoice const& choice);
 
   Zent::Ptr<TunnelTable::TunnelRib> rib_;
   Zent::Ptr<TunnelTable::ColoredTunnelRib> coloredRib_;
@@ -102,9 +114,10 @@ class TunnelRibCalculator {
   Zent::Ptr<TunnelTable::InternalCliTunnelRib> cliRib_;
   Zent::Ptr<TunnelTable::InternalCliTunnelRib> coloredCliRib_;
   std::unordered_map<uint8_t, Input> inputs_;
-  std::unordered_map<TunnelId, Held, IdHash> offers_;
-  // The tunnels offered to each endpoint.
-  std::unordered_map<ColoredTunnelEndpoint, std::vector<TunnelId>, CepHash> endpoints_;
+  std::unordered_map<TunnelId, Where, IdHash> where_;
+  // Every endpoint offered a tunnel, and those whose last tunnel went since
+  // the last flush.
+  std::unordered_map<ColoredTunnelEndpoint, Endpoint, CepHash> endpoints_;
   std::unordered_set<ColoredTunnelEndpoint, CepHash> dirty_;
   Stats stats_;
 };

@@ -1,10 +1,13 @@
 // The RIB calculator in steady state: 100,000 IS-IS SR and LDP tunnels over
 // 20,000 endpoints, followed as key shadows, with both RIBs and the
 // command-line view published in shared memory. Each round writes 20,000
-// updates (entry metric changes, endpoint moves; not timed), then times the
-// consumer taking them: the calculator flushing after every notification or
-// after each turn of 256, beside a raw reader of the same table taking the
-// same notifications.
+// updates (not timed), then times the consumer taking them: the calculator
+// flushing after every notification or after each turn of 256, beside a raw
+// reader of the same tables taking the same notifications. Two mixes of
+// updates: churn, where every update moves its tunnel to another candidate
+// (a new endpoint and entry metric), and a mix closer to a network's day (half
+// via changes, a quarter IGP metric changes, the rest entry metric changes and
+// endpoint moves).
 #include <filesystem>
 #include <random>
 #include <unistd.h>
@@ -31,20 +34,28 @@ std::string makeRoot() {
   return ::mkdtemp(tmpl);
 }
 
+struct Tunnel {
+  uint32_t tep = 0;
+  uint32_t entryMetric = 0;
+  uint32_t igpMetric = 10;
+  uint32_t label = 100;
+};
+
 template <typename Entry>
-Entry entry(TunnelType t, uint64_t i, uint32_t tep, uint32_t metric) {
+Entry entry(TunnelType t, uint64_t i, Tunnel const& s) {
   Entry e(TunnelId(TunnelId::convertToTunnelValue(t, i)));
-  e.endpointIs(0, Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u | tep), 32));
-  e.entryMetricIs(metric);
+  e.endpointIs(0, Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u | s.tep), 32));
+  e.entryMetricIs(s.entryMetric);
+  e.igpMetricIs(s.igpMetric);
   e.tunnelBwIs(TunnelBandwidth(1000));
   e.viaIs(0, MplsVia(Vorn::IpGenAddr(0x0b000001u), Vorn::IntfId::ethernet(1),
-                     Vorn::MplsLabelOperation::push({100})));
+                     Vorn::MplsLabelOperation::push({s.label})));
   return e;
 }
 
 // kFlushEvery: 0 for the raw reader; otherwise the calculator, flushing every
 // kFlushEvery notifications.
-template <size_t kFlushEvery>
+template <size_t kFlushEvery, bool kMixed = false>
 void steadyState(benchmark::State& state) {
   std::string root = makeRoot();
   {
@@ -56,16 +67,33 @@ void steadyState(benchmark::State& state) {
     auto ldp = Zent::dynamicPtrCast<LdpTunnelTable>(
         mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable));
     std::mt19937_64 rng(5);
+    std::vector<Tunnel> tunnels(kTunnels);
     auto write = [&](uint64_t i) {
-      auto tep = static_cast<uint32_t>(rng() % kEndpoints);
-      auto metric = static_cast<uint32_t>(rng() % 4);
-      if (i % 2) {
-        sr->entryIs(entry<SrTunnelTableEntry>(isisSrTunnel, i, tep, metric));
+      Tunnel& t = tunnels[i];
+      uint64_t kind = kMixed ? rng() % 20 : 19;
+      if (kind < 10) {
+        t.label = 100 + static_cast<uint32_t>(rng() % 1000);
+      } else if (kind < 15) {
+        t.igpMetric = 10 * (1 + static_cast<uint32_t>(rng() % 100));
+      } else if (kind < 18) {
+        t.entryMetric = static_cast<uint32_t>(rng() % 4);
+      } else if (kind < 19) {
+        t.tep = static_cast<uint32_t>(rng() % kEndpoints);
       } else {
-        ldp->entryIs(entry<LdpTunnelTableEntry>(ldpTunnel, i, tep, metric));
+        t.tep = static_cast<uint32_t>(rng() % kEndpoints);
+        t.entryMetric = static_cast<uint32_t>(rng() % 4);
+      }
+      if (i % 2) {
+        sr->entryIs(entry<SrTunnelTableEntry>(isisSrTunnel, i, t));
+      } else {
+        ldp->entryIs(entry<LdpTunnelTableEntry>(ldpTunnel, i, t));
       }
     };
-    for (uint64_t i = 0; i < kTunnels; ++i) write(i);
+    for (uint64_t i = 0; i < kTunnels; ++i) {
+      tunnels[i].tep = static_cast<uint32_t>(rng() % kEndpoints);
+      tunnels[i].entryMetric = static_cast<uint32_t>(rng() % 4);
+      write(i);
+    }
 
     std::unique_ptr<TunnelRibCalculator> calc;
     std::vector<Zent::Ptr<TunnelTableBase>> shadows;
@@ -134,6 +162,9 @@ BENCHMARK(BM_CalculatorFlushEach)->Unit(benchmark::kMillisecond)->Iterations(10)
 
 void BM_CalculatorFlushPerTurn(benchmark::State& state) { steadyState<256>(state); }
 BENCHMARK(BM_CalculatorFlushPerTurn)->Unit(benchmark::kMillisecond)->Iterations(10);
+
+void BM_CalculatorMixFlushPerTurn(benchmark::State& state) { steadyState<256, true>(state); }
+BENCHMARK(BM_CalculatorMixFlushPerTurn)->Unit(benchmark::kMillisecond)->Iterations(10);
 
 }  // namespace
 
