@@ -154,6 +154,11 @@ class InternalCliTunnelRib : public ZentPelag::Entity {
   void pelagChildren(std::vector<ZentPelag::Entity*>& out) const override {
     entries_.children(out);
   }
+  // The RIB's own attributes (its id and name) and the store in step: a
+  // writer publishes its record again at the next flush; a shadow checks the
+  // record the store holds, reporting one that does not decode (a RIB
+  // replaced under its id reaches the status as a child change).
+  ZentPelag::RecordUpdate handleSyncAttributes() { return pelagSyncOwnRecord(); }
   void pelagRecord(std::string& out) const override;
   ZentPelag::RecordUpdate pelagRecordIs(char const* rec, uint32_t len) override;
   static Zent::Ptr<InternalCliTunnelRib> pelagNew(TunnelRibId id, char const* rec, uint32_t len);

@@ -149,6 +149,12 @@ TEST_F(StoreTest, ShadowFollowsWriterMemberByMember) {
   // Removals first, then writes parents first.
   EXPECT_EQ(log, (Log{"entry " + cep(4).stringValue(), "entry " + cep(40).stringValue(),
                       "id " + std::to_string(tid(5).value())}));
+  // Syncing a RIB's own attributes: the shadow finds its record as it is,
+  // the writer publishes it again.
+  EXPECT_EQ(shadow->cliTunnelRibColl(1)->handleSyncAttributes(),
+            ZentPelag::RecordUpdate::unchanged);
+  wr->handleSyncAttributes();
+  EXPECT_EQ(writer->pendingCount(), 1u);
   // Replaced under the same id before the shadow looked: the old RIB goes,
   // subtree first, and the new one comes.
   writer->cliTunnelRibCollDel(1);

@@ -45,6 +45,22 @@ void Entity::requireMutable(const char* op) const {
   fmassert(!pelagShadow(), "{} not allowed on a shadow of {}", op, root_->shape().typeName);
 }
 
+RecordUpdate Entity::pelagSyncOwnRecord() {
+  if (!pelagShadow()) {
+    pelagChanged();
+    return RecordUpdate::unchanged;
+  }
+  std::vector<char> rec;
+  if (!root_->shadow_->read(key_, rec)) return RecordUpdate::unchanged;
+  auto const len = static_cast<uint32_t>(rec.size());
+  RecordUpdate const u = pelagRecordIs(rec.data(), len);
+  if (u == RecordUpdate::malformed) {
+    ChildView const v{key_, rec.data(), len};
+    pelagMalformed(root_->shadow_->lastOffset(), &v);
+  }
+  return u;
+}
+
 bool Entity::pelagCorruption() const {
   if (!root_ || root_->storeError_.empty()) return false;
   root_->doCorruptionDetected(root_->storeError_);

@@ -92,6 +92,11 @@ class Entity : public Zent::Entity {
  protected:
   // The entity's own record changed: the writer publishes it at the next flush.
   void pelagChanged();
+  // Brings the entity's own record and the store in step: a writer publishes
+  // it again at the next flush; a shadow applies the record the store holds
+  // (pelagRecordIs) and reports one that does not decode. What applying it
+  // did; `unchanged` on a writer or when the store holds none.
+  RecordUpdate pelagSyncOwnRecord();
   void requireMutable(const char* op) const;
   // Whether the store has a corruption to report: it goes to the store's
   // corruption handler, and the caller skips its local notification.
