@@ -1,9 +1,11 @@
 #include "Tunnel/cli/TunnelPelagStatus.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "Tunnel/framework/Reinstantiation.h"
 #include "Tunnel/framework/TypeRegistry.h"
+#include "Tunnel/shmem/Pelag/Store.h"
 
 namespace Tunnel::TunnelTable {
 
@@ -115,6 +117,26 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(std::string const& stateRoot
   auto status = tunnelPelagStatusFactory(Zent::String(p.substr(p.rfind('/') + 1)));
   status->pelagAttach(stateRoot + "/" + p, mode);
   return status;
+}
+
+bool readCandidates(std::string const& stateRoot, TunnelRibId id, ColoredTunnelEndpoint const& cep,
+                    std::vector<Zent::Ptr<InternalCliTunnelRibCandidate>>& out,
+                    Zent::String const& path) {
+  out.clear();
+  Pelag::Shadow store(stateRoot + "/" + std::string(path.view()), TunnelPelagStatus::kTypeHash,
+                      Tamsel::Reader::Options{false, false});
+  Pelag::NodeKey const entry = Pelag::NodeKey()
+                                   .child(TunnelPelagStatus::cliTunnelRibCollId, id)
+                                   .child(InternalCliTunnelRib::entryId, cep);
+  std::vector<char> rec;
+  if (!store.read(entry, rec)) return false;
+  store.forEach([&](Pelag::NodeKey const& k, char const* r, uint32_t len) {
+    InternalTunnelCandidateId cid;
+    if (k.depth() != 3 || !k.lastKeyAs(cid) || !(k.parent() == entry)) return;
+    if (auto c = InternalCliTunnelRibCandidate::pelagNew(cid, r, len)) out.push_back(c);
+  });
+  std::sort(out.begin(), out.end(), [](auto const& a, auto const& b) { return a->id() < b->id(); });
+  return true;
 }
 
 void forEachCandidate(

@@ -149,6 +149,14 @@ TEST_F(StoreTest, ShadowFollowsWriterMemberByMember) {
   // Removals first, then writes parents first.
   EXPECT_EQ(log, (Log{"entry " + cep(4).stringValue(), "entry " + cep(40).stringValue(),
                       "id " + std::to_string(tid(5).value())}));
+  // One endpoint read straight from the records, best first, as the tree has it.
+  std::vector<Zent::Ptr<InternalCliTunnelRibCandidate>> read;
+  ASSERT_TRUE(readCandidates(root.path(), 1, cep(2), read));
+  auto const want = shadow->cliTunnelRibColl(1)->entry(cep(2))->candidateIds();
+  ASSERT_EQ(read.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i) EXPECT_EQ(read[i]->id(), want[i]);
+  EXPECT_EQ(read.back()->tunnelIds(), wr->entry(cep(2))->candidates(want.back())->tunnelIds());
+  EXPECT_FALSE(readCandidates(root.path(), 1, cep(4), read));
   // Syncing a RIB's own attributes: the shadow finds its record as it is,
   // the writer publishes it again.
   EXPECT_EQ(shadow->cliTunnelRibColl(1)->handleSyncAttributes(),

@@ -133,8 +133,9 @@ void printWinners(RibReader const& r, std::vector<ColoredTunnelEndpoint> const& 
   }
 }
 
-// Every candidate of `cep`, best first, marked by whether the RIB took it.
-Json candidatesJson(InternalCliTunnelRibEntry const& entry, TunnelRibEntry const& winners) {
+// Every candidate, best first, marked by whether the RIB took it.
+Json candidatesJson(std::vector<Zent::Ptr<InternalCliTunnelRibCandidate>> const& candidates,
+                    TunnelRibEntry const& winners) {
   auto taken = [&](TunnelId t) {
     for (uint32_t i = 0; i < winners.tunnelIdCount(); ++i) {
       if (winners.tunnelId(TunnelIdCollIndex(i)) == t) return true;
@@ -144,8 +145,8 @@ Json candidatesJson(InternalCliTunnelRibEntry const& entry, TunnelRibEntry const
   Json list = Json::array();
   std::optional<InternalTunnelCandidateId> above;
   int rank = 0;
-  for (InternalTunnelCandidateId const& id : entry.candidateIds()) {
-    auto cand = entry.candidates(id);
+  for (auto const& cand : candidates) {
+    InternalTunnelCandidateId const& id = cand->id();
     std::vector<TunnelId> tunnels = cand->tunnelIds();
     Json c{{"rank", ++rank},
            {"tunnelType", typeText(id.tunnelType())},
@@ -213,25 +214,21 @@ int runRib(RibOptions const& o) {
     return kExitOk;
   }
 
-  Zent::Ptr<TunnelPelagStatus> status;
-  try {
-    status = mountTunnelPelagStatus(o.root, ZentPelag::Mode::snapshot);
-  } catch (Tamsel::Error const& e) {
-    throw CtlError(fmt::format("no command-line RIB view under {} at {}: {}", o.root,
-                               TunnelPelagStatus::kMountPath, e.what()));
-  }
   TunnelRibId id =
       colored ? TunnelRibCalculator::kColoredTunnelRibId : TunnelRibCalculator::kTunnelRibId;
-  auto cli = status->cliTunnelRibColl(id);
-  if (!cli) throw CtlError(fmt::format("the command-line view has no RIB {}", id));
   Json all = Json::array();
   for (auto const& cep : keys) {
-    auto entry = cli->entry(cep);
-    if (!entry) {
-      throw CtlError(fmt::format("the command-line view of {} has no entry for {}",
-                                 std::string(cli->name().view()), endpointText(cep)));
+    std::vector<Zent::Ptr<InternalCliTunnelRibCandidate>> candidates;
+    try {
+      if (!readCandidates(o.root, id, cep, candidates)) {
+        throw CtlError(fmt::format("the command-line view of the {} has no entry for {}",
+                                   reader.file.name, endpointText(cep)));
+      }
+    } catch (Tamsel::Error const& e) {
+      throw CtlError(fmt::format("no command-line RIB view under {} at {}: {}", o.root,
+                                 TunnelPelagStatus::kMountPath, e.what()));
     }
-    Json list = candidatesJson(*entry, reader.rib->tunnelRibEntry(cep));
+    Json list = candidatesJson(candidates, reader.rib->tunnelRibEntry(cep));
     if (o.json) {
       Json j = endpointJson(cep);
       j["candidates"] = list;
