@@ -113,24 +113,24 @@ void BM_PelagRead(benchmark::State& state) {
 
     t0 = Clock::now();
     uint64_t sum = 0;
-    store.forEach([&](Pelag::NodeKey const& k, char const* rec, uint32_t len) {
-      if (k.depth() != 3) return;
+    // Both reads touch every tunnel id of every record.
+    auto sumIds = [&sum](char const* rec, uint32_t len) {
       for (uint32_t off = 16; off + 8 <= len; off += 8) {
         uint64_t v;
         std::memcpy(&v, rec + off, 8);
         sum += v;
       }
+    };
+    store.forEach([&](Pelag::NodeKey const& k, char const* rec, uint32_t len) {
+      if (k.depth() != 3) return;
+      sumIds(rec, len);
       ++scanned;
     });
     double const scan = nsSince(t0);
 
     t0 = Clock::now();
     table.forEach([&](void const*, char const* rec, uint32_t len, uint64_t) {
-      for (uint32_t off = 16; off + 8 <= len; off += 8) {
-        uint64_t v;
-        std::memcpy(&v, rec + off, 8);
-        sum += v;
-      }
+      sumIds(rec, len);
       ++rows;
     });
     double const plain = nsSince(t0);
