@@ -35,6 +35,7 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   EXPECT_EQ(tables.code, 0) << tables.err;
   for (auto name : {"bgpLu", "ldp", "sr"}) EXPECT_NE(tables.out.find(name), std::string::npos);
   EXPECT_NE(tables.out.find("gone"), std::string::npos) << tables.out;
+  EXPECT_NE(tables.out.find("tunnelRib: tunnel/rib/tunnelRib ("), std::string::npos) << tables.out;
   // A table whose writer is gone is shown, not hidden, with a warning.
   auto show = run({"show", "ldp", "--root", root()});
   EXPECT_EQ(show.code, 0) << show.err;

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Tunnel/TunnelTable/TunnelRib.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/TableAccess.h"
 
@@ -57,6 +58,25 @@ void printTable(std::string const& root, std::vector<TableFile> const& tables) {
   }
 }
 
+// What agents publish beside the tables, and the command that shows each.
+struct Published {
+  const char* name;
+  const char* path;
+  const char* collection;  // of its entries
+  const char* entryType;
+  const char* what;
+  const char* command;
+};
+const Published kPublished[] = {
+    {"fib", Tunnel::TunnelFib::TunnelFib::kMountPath, "entry",
+     Tunnel::TunnelFib::TunnelFibEntry::kTypeName, "tunnel FIB", "tunnelctl fib"},
+    {"tunnelRib", Tunnel::TunnelTable::TunnelRib::kMountPath, "tunnelRibEntry",
+     Tunnel::TunnelTable::TunnelRibEntry::kTypeName, "tunnel RIB", "tunnelctl rib"},
+    {"coloredTunnelRib", Tunnel::TunnelTable::ColoredTunnelRib::kMountPath, "tunnelRibEntry",
+     Tunnel::TunnelTable::TunnelRibEntry::kTypeName, "colored tunnel RIB",
+     "tunnelctl rib --colored"},
+};
+
 }  // namespace
 
 int runTables(TablesOptions const& o) {
@@ -65,14 +85,16 @@ int runTables(TablesOptions const& o) {
     printJson(tables);
   } else {
     printTable(o.root, tables);
-    // The FIB is no tunnel table, but it is what people look for next.
-    if (hasFib(o.root)) {
+    // The FIB and the RIBs are no tunnel tables, but they are what people
+    // look for next.
+    for (Published const& p : kPublished) {
+      if (!hasPublished(o.root, p.path, p.collection)) continue;
       try {
-        TableFile f = inspectFib(o.root);
-        fmt::print("fib: {} ({} entr{}, writer {}; 'tunnelctl fib' lists it)\n", f.mountPath,
-                   f.entries, f.entries == 1 ? "y" : "ies", writerText(f));
+        TableFile f = inspectPublished(o.root, p.name, p.path, p.collection, p.entryType, p.what);
+        fmt::print("{}: {} ({} entr{}, writer {}; '{}' lists it)\n", p.name, f.mountPath, f.entries,
+                   f.entries == 1 ? "y" : "ies", writerText(f), p.command);
       } catch (CtlError const& e) {
-        fmt::print("fib: {}: {}\n", Tunnel::TunnelFib::TunnelFib::kMountPath, e.what());
+        fmt::print("{}: {}: {}\n", p.name, p.path, e.what());
       }
     }
   }
