@@ -80,9 +80,9 @@ TEST_F(TunnelCtlDemoTest, InterruptStopsEveryProcessAndCleansTheRoot) {
   }
   auto r = demo.stop(SIGINT);
   EXPECT_EQ(r.code, 1) << r.err;
-  // Four with a progress line, and the FIB's writer and the RIB calculator.
+  // Five with a progress line, and the FIB's writer.
   EXPECT_NE(r.out.find("interrupted: stopped 6 processes"), std::string::npos) << r.out;
-  EXPECT_EQ(children.size(), 4u) << r.out;
+  EXPECT_EQ(children.size(), 5u) << r.out;
   for (pid_t p : children) EXPECT_NE(::kill(p, 0), 0) << "demo process " << p << " still runs";
   EXPECT_FALSE(std::filesystem::exists(root()));
 }

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -175,9 +176,9 @@ class Progress {
     if (!force && now - last_ < (terminal_ ? 100'000'000 : 1'000'000'000)) return;
     double secs = last_ ? static_cast<double>(now - last_) / 1e9 : 0;
     if (secs > 0 && secs < 0.01) secs = 0;  // too short for a rate
-    if (terminal_ && drawn_) fmt::print("\x1b[{}A", kProducers + 1);
-    for (int slot = 0; slot <= kProducers; ++slot) {
-      uint64_t writes = region_.header().proc[slot].writes.load();
+    if (terminal_ && drawn_) fmt::print("\x1b[{}A", std::size(kSlots));
+    for (int slot : kSlots) {
+      uint64_t writes = statusOf(region_, slot).writes.load();
       double rate = secs > 0 ? static_cast<double>(writes - lastWrites_[slot]) / secs : 0;
       lastWrites_[slot] = writes;
       std::string line = progressLine(region_, slot, rate);
@@ -198,7 +199,9 @@ class Progress {
   bool drawn_ = false;
   int64_t start_ = nowNs();
   int64_t last_;
-  uint64_t lastWrites_[kProducers + 1] = {};
+  // The processes with a progress line: producers, consumer, RIB calculator.
+  static constexpr int kSlots[] = {0, 1, 2, kConsumer, kRibCalc};
+  uint64_t lastWrites_[kRibCalc + 1] = {};
 };
 
 }  // namespace

@@ -15,7 +15,10 @@ namespace TunnelCtl::Demo {
 int runProducer(SharedRegion const& region, RedistProtocol protocol, DemoOptions const& o);
 int runConsumer(SharedRegion const& region, DemoOptions const& o);
 
-// The progress line of process `slot` (a producer's index or kConsumer).
+// The status of process `slot` (a producer's index, kConsumer or kRibCalc).
+ProcStatus const& statusOf(SharedRegion const& region, int slot);
+// The progress line of process `slot` (a producer's index, kConsumer or
+// kRibCalc).
 // `rate` is the writes (or notifications) per second since the last line.
 std::string progressLine(SharedRegion const& region, int slot, double rate);
 // The closing report. `bin` is how to call tunnelctl from here and

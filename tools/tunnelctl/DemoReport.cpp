@@ -42,13 +42,24 @@ std::string grouped(uint64_t n) {
   return out;
 }
 
+ProcStatus const& statusOf(SharedRegion const& region, int slot) {
+  return slot == kRibCalc ? region.header().ribCalc : region.header().proc[slot];
+}
+
 std::string progressLine(SharedRegion const& region, int slot, double rate) {
-  ProcStatus const& s = region.header().proc[slot];
+  ProcStatus const& s = statusOf(region, slot);
   Phase phase = s.phaseNow();
   std::string who = slot == kConsumer ? std::string("consumer")
-                                      : fmt::format("producer {}", keyword(kRedistProtocols[slot]));
+                    : slot == kRibCalc
+                        ? std::string("RIB calculator")
+                        : fmt::format("producer {}", keyword(kRedistProtocols[slot]));
   std::string head = fmt::format("{:<17} pid {:<7} {:<10}", who, s.pid.load(), phaseText(phase));
   if (phase == Phase::failed) return head + " " + s.message;
+  if (slot == kRibCalc) {
+    return fmt::format("{} {:>9} notifications {:>9}/s   tunnel RIB {} endpoints", head,
+                       grouped(s.writes.load()), grouped(static_cast<uint64_t>(rate)),
+                       grouped(s.tunnels.load()));
+  }
   if (slot == kConsumer) {
     return fmt::format("{} {:>9} notifications {:>9}/s   redistribution {} entries, {} members",
                        head, grouped(s.writes.load()), grouped(static_cast<uint64_t>(rate)),
