@@ -1,6 +1,8 @@
 #include "Tunnel/cli/InternalCliTunnelRib.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "Tunnel/TunnelTable/Indexes.h"
 #include "Tunnel/framework/Range.h"
@@ -15,9 +17,10 @@ InternalCliTunnelRibCandidate::InternalCliTunnelRibCandidate(InternalTunnelCandi
 
 void InternalCliTunnelRibCandidate::tunnelIdIs(TunnelId t) {
   requireMutable("tunnelIdIs");
-  if (tunnelIds_.count(t)) return;
+  auto at = std::lower_bound(tunnelIds_.begin(), tunnelIds_.end(), t);
+  if (at != tunnelIds_.end() && *at == t) return;
   TunnelIdCollIndex(tunnelIds_.size());  // throws when the set is full
-  tunnelIds_.insert(t);
+  tunnelIds_.insert(at, t);
   pelagChanged();
   if (pelagCorruption()) return;
   notify(tunnelIdId, t);
@@ -25,14 +28,17 @@ void InternalCliTunnelRibCandidate::tunnelIdIs(TunnelId t) {
 
 bool InternalCliTunnelRibCandidate::tunnelIdDel(TunnelId t) {
   requireMutable("tunnelIdDel");
-  if (tunnelIds_.erase(t) == 0) return false;
+  auto at = std::lower_bound(tunnelIds_.begin(), tunnelIds_.end(), t);
+  if (at == tunnelIds_.end() || !(*at == t)) return false;
+  tunnelIds_.erase(at);
   pelagChanged();
   notify(tunnelIdId, t);
   return true;
 }
 
 void InternalCliTunnelRibCandidate::tunnelIdDelAll() {
-  for (TunnelId t : tunnelIds()) tunnelIdDel(t);
+  std::vector<TunnelId> const all = tunnelIds_;  // tunnelIdDel changes the list
+  for (TunnelId t : all) tunnelIdDel(t);
 }
 
 void InternalCliTunnelRibCandidate::tunnelIdNotify(TunnelId t) { notify(tunnelIdId, t); }
@@ -61,17 +67,19 @@ ZentPelag::RecordUpdate InternalCliTunnelRibCandidate::pelagRecordIs(char const*
   if (zero != 0 || n > kMaxTunnelIds || len != 16 + 8 * n) {
     return ZentPelag::RecordUpdate::malformed;
   }
-  std::set<TunnelId> ids;
+  // Written ascending, each id once.
+  std::vector<TunnelId> ids;
+  ids.reserve(n);
   for (uint32_t i = 0; i < n; ++i) {
     uint64_t v;
     std::memcpy(&v, rec + 16 + 8 * size_t{i}, 8);
     try {
-      ids.insert(ids.end(), TunnelId(v));
+      ids.emplace_back(v);
     } catch (Zent::RangeException const&) {
       return ZentPelag::RecordUpdate::malformed;
     }
+    if (i > 0 && !(ids[i - 1] < ids[i])) return ZentPelag::RecordUpdate::malformed;
   }
-  if (ids.size() != n) return ZentPelag::RecordUpdate::malformed;
   if (value == value_ && ids == tunnelIds_) return ZentPelag::RecordUpdate::unchanged;
   value_ = value;
   std::vector<TunnelId> changed;

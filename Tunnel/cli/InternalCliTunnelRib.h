@@ -6,8 +6,8 @@
 // to a store (under a TunnelPelagStatus) its nodes are published for other
 // processes; unbound it lives in this process only.
 
+#include <algorithm>
 #include <cstdint>
-#include <set>
 #include <vector>
 
 #include "Tunnel/TunnelTable/ColoredTunnelEndpoint.h"
@@ -45,8 +45,10 @@ class InternalCliTunnelRibCandidate : public ZentPelag::Entity {
   void tunnelIdDelAll();
   // Notifies tunnelId with `t` (for reactors that re-read).
   void tunnelIdNotify(TunnelId t);
-  bool tunnelIdHas(TunnelId t) const { return tunnelIds_.count(t) != 0; }
-  std::vector<TunnelId> tunnelIds() const { return {tunnelIds_.begin(), tunnelIds_.end()}; }
+  bool tunnelIdHas(TunnelId t) const {
+    return std::binary_search(tunnelIds_.begin(), tunnelIds_.end(), t);
+  }
+  std::vector<TunnelId> const& tunnelIds() const { return tunnelIds_; }
   uint32_t tunnelIdCount() const { return static_cast<uint32_t>(tunnelIds_.size()); }
 
   void pelagDelAll() override { tunnelIdDelAll(); }
@@ -64,7 +66,7 @@ class InternalCliTunnelRibCandidate : public ZentPelag::Entity {
  private:
   InternalTunnelCandidateId id_;
   uint64_t value_ = 0;
-  std::set<TunnelId> tunnelIds_;
+  std::vector<TunnelId> tunnelIds_;  // ascending: few, and read far more than changed
 };
 
 // The candidates of one colored endpoint, in rank order.
