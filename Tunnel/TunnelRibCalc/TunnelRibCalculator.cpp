@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <iterator>
 
+#include "Tunnel/framework/Dabin.h"
+
 namespace Tunnel::TunnelRibCalc {
 
 using namespace TunnelTable;
+
+DABIN_FACILITY("Tunnel::TunnelRibCalc");
 
 class TunnelRibCalculator::Reactor : public TunnelTableBase::NotifieeConst {
  public:
@@ -42,7 +46,10 @@ bool TunnelRibCalculator::inputIs(Zent::Ptr<TunnelTableBase const> const& table)
   in.read = read;
   in.reactor = Zent::Ptr<Reactor>(Zent::newTracked<Reactor>(*this, *table));
   in.reactor->notifierIs(table.ptr());
-  for (TunnelId const& id : table->entryKeys(nullptr, SIZE_MAX)) handleEntry(*table, id);
+  std::vector<TunnelId> const keys = table->entryKeys(nullptr, SIZE_MAX);
+  fmtrace(8, "TunnelRibCalculator::inputIs {} with {} tunnels", stringValue(table->tunnelTableId()),
+          keys.size());
+  for (TunnelId const& id : keys) handleEntry(*table, id);
   return true;
 }
 
@@ -148,6 +155,8 @@ void TunnelRibCalculator::recompute(ColoredTunnelEndpoint const& cep) {
   if (it == endpoints_.end()) return;
   Endpoint& ep = it->second;
   RibChoice choice = choose(cep, ep.offers);
+  fmtrace(8, "TunnelRibCalculator::recompute {}: {} offers, {} candidates, {} winners", cep,
+          ep.offers.size(), choice.candidates.size(), choice.entry.tunnelIdCount());
   writeRib(cep, ep, choice);
   writeCli(cep, ep, choice);
   if (ep.offers.empty()) endpoints_.erase(it);
