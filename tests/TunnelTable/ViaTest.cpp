@@ -44,10 +44,6 @@ TEST(ViaTest, CanonicalTextNamesEveryFieldInOrder) {
             "'labels': forward}), 'cosMask': 5})");
 }
 
-TEST(ViaTest, DumpLineOfTheDefaultViaShowsTheForwardOperation) {
-  EXPECT_EQ(MplsVia().dumpLine(), "nextHop: 0.0.0.0, intfId: None, labels: [forward]\n");
-}
-
 // The 40-byte record drops the interface's spare word; every kind and the full
 // 64-bit number of a dynamic tunnel interface must survive that.
 TEST(ViaTest, TunnelViaKeepsEveryInterfaceKind) {
