@@ -50,15 +50,6 @@ TEST(MplsLabelSmushTest, JoinDoesWhatBothOperationsDoInOrder) {
   EXPECT_GT(joined, 4000);
 }
 
-// Pins down a parent via joined in turn with two child vias: the join changes
-// the operation it is called on, so both children's labels stay.
-TEST(MplsLabelSmushTest, ResolverChainAccumulatesOnTheCalledOperation) {
-  UnboundedMplsLabelOperation parent = Op::push({100});
-  parent.smush(Op::push({200}));
-  parent.smush(Op::push({300}));
-  EXPECT_EQ(parent.stringValue(), "push 300 200 100");
-}
-
 TEST(MplsLabelSmushTest, OutOfRangeLabelsDepthsAndOverflowingJoinsAreRangeErrors) {
   std::string const depth = MplsLabelStackDepth::message();
   EXPECT_THROW(Op::push({1048576}), Zent::RangeException);
