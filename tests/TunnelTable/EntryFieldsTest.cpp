@@ -15,6 +15,7 @@
 #include "Tunnel/TunnelTable/EvpnVxlanTunnelEntry.h"
 #include "Tunnel/TunnelTable/TunnelInfo.h"
 #include "Tunnel/framework/Range.h"
+#include "tests/common/ValueContract.h"
 
 namespace Tunnel::TunnelTable {
 namespace {
@@ -22,15 +23,7 @@ namespace {
 using Vorn::IpGenAddr;
 using Vorn::IpGenPrefix;
 
-template <typename T>
-T damaged(T const& v, size_t byte, unsigned char value) {
-  unsigned char record[sizeof(T)];
-  std::memcpy(record, &v, sizeof record);
-  record[byte] = value;
-  T out;
-  std::memcpy(&out, record, sizeof record);
-  return out;
-}
+using valuecontract::damaged;
 
 TEST(ColoredTunnelEndpointTest, OrdersByPrefixThenColorWithUncoloredFirst) {
   IpGenPrefix const a("10.0.0.0/8");

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/TunnelTable/SbfdSessionEntry.h"
+#include "tests/common/ValueContract.h"
 
 namespace Tunnel::TunnelTable {
 namespace {
@@ -19,11 +20,7 @@ TunnelId id(TunnelType type, uint64_t index) {
   return TunnelId(TunnelId::convertToTunnelValue(type, index));
 }
 
-Bytes recordOf(Entry const& e) {
-  Bytes b(e.serializeLen());
-  e.serialize(b.data());
-  return b;
-}
+using valuecontract::recordOf;
 
 class SbfdSessionEntryTest : public ::testing::Test {
  protected:

@@ -116,19 +116,4 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   EXPECT_EQ(Zent::liveCount<Table>(), 0);
 }
 
-TEST(TableContractDeathTest, WritingThroughAKeyShadowIsRefusedByTheBinding) {
-  TamselTest::StateRoot root;
-  ZentTamsel::MountRegistry registry;
-  TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(root.path()), registry));
-  auto writer = mounter.mountWriter(TunnelTableIdentifier::ldpTunnelTable);
-  auto shadow = Zent::dynamicPtrCast<LdpTunnelTable>(
-      mounter.mountKeyshadow(TunnelTableIdentifier::ldpTunnelTable));
-  ASSERT_TRUE(shadow);
-  EXPECT_DEATH(shadow->entryIs(LdpTunnelTableEntry(TunnelId(1ull << 44))),
-               "safeWrite not allowed at this time, initialized:true keyNotifications:true");
-  shadow = nullptr;
-  writer = nullptr;
-  mounter.unmount(TunnelTableIdentifier::ldpTunnelTable);
-}
-
 }  // namespace

@@ -9,6 +9,7 @@
 #include "Tunnel/TunnelTable/MplsVia.h"
 #include "Tunnel/TunnelTable/TunnelVia.h"
 #include "Tunnel/TunnelTable/Via.h"
+#include "tests/common/ValueContract.h"
 
 namespace Tunnel::TunnelTable {
 namespace {
@@ -21,16 +22,7 @@ IpGenAddr const kNextHop("10.0.0.1");
 IntfId const kEth = IntfId::ethernet(3);
 MplsLabelOperation const kPush = MplsLabelOperation::push({100, 200});
 
-// A copy of `v` with one byte of its record replaced.
-template <typename T>
-T damaged(T const& v, size_t byte, unsigned char value) {
-  unsigned char record[sizeof(T)];
-  std::memcpy(record, &v, sizeof record);
-  record[byte] = value;
-  T out;
-  std::memcpy(&out, record, sizeof record);
-  return out;
-}
+using valuecontract::damaged;
 
 TEST(ViaTest, CanonicalTextNamesEveryFieldInOrder) {
   EXPECT_EQ(TunnelVia(IpGenAddr("2001:db8::1"), IntfId::tunnel(7), EncapId(EncapType::greEncap, 9))
@@ -42,10 +34,6 @@ TEST(ViaTest, CanonicalTextNamesEveryFieldInOrder) {
             "Value('Tunnel::TunnelTable::MplsCosVia', ** {'via': "
             "Value('Tunnel::TunnelTable::MplsVia', ** {'nextHop': 0.0.0.0, 'intfId': None, "
             "'labels': forward}), 'cosMask': 5})");
-}
-
-TEST(ViaTest, DumpLineOfTheDefaultViaShowsTheForwardOperation) {
-  EXPECT_EQ(MplsVia().dumpLine(), "nextHop: 0.0.0.0, intfId: None, labels: [forward]\n");
 }
 
 // The 40-byte record drops the interface's spare word; every kind and the full

@@ -55,6 +55,17 @@ Bytes recordOf(T const& v) {
   return b;
 }
 
+// A copy of `v` with one byte of its record replaced.
+template <typename T>
+T damaged(T const& v, size_t byte, unsigned char value) {
+  unsigned char record[sizeof(T)];
+  std::memcpy(record, &v, sizeof record);
+  record[byte] = value;
+  T out;
+  std::memcpy(&out, record, sizeof record);
+  return out;
+}
+
 template <typename T>
 class ValueContract : public ::testing::Test {
  protected:

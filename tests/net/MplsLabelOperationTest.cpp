@@ -1,8 +1,6 @@
 // Label operations: the join is checked against a model that applies the
 // operations to a real label stack (so it is associative too); texts and records
-// reject what is not an operation, and a record is never read past its length.
-
-#include <memory>
+// reject what is not an operation.
 
 #include <gtest/gtest.h>
 
@@ -24,14 +22,6 @@ Stack applyTo(Op const& op, Stack s) {
   s.erase(s.begin(), s.begin() + op.popCount());
   s.insert(s.begin(), op.labels().begin(), op.labels().end());
   return s;
-}
-
-// A heap copy of exactly `len` bytes, so that AddressSanitizer reports any
-// read past the length the reader was given.
-std::unique_ptr<unsigned char[]> exactCopy(unsigned char const* p, size_t len) {
-  std::unique_ptr<unsigned char[]> out(new unsigned char[len]);
-  if (len != 0) std::memcpy(out.get(), p, len);
-  return out;
 }
 
 TEST(MplsLabelSmushTest, JoinDoesWhatBothOperationsDoInOrder) {
@@ -58,15 +48,6 @@ TEST(MplsLabelSmushTest, JoinDoesWhatBothOperationsDoInOrder) {
     }
   }
   EXPECT_GT(joined, 4000);
-}
-
-// Pins down a parent via joined in turn with two child vias: the join changes
-// the operation it is called on, so both children's labels stay.
-TEST(MplsLabelSmushTest, ResolverChainAccumulatesOnTheCalledOperation) {
-  UnboundedMplsLabelOperation parent = Op::push({100});
-  parent.smush(Op::push({200}));
-  parent.smush(Op::push({300}));
-  EXPECT_EQ(parent.stringValue(), "push 300 200 100");
 }
 
 TEST(MplsLabelSmushTest, OutOfRangeLabelsDepthsAndOverflowingJoinsAreRangeErrors) {
@@ -106,26 +87,13 @@ TEST(MplsLabelOperationTest, TextOfEachShapeAndBadTextSayingWhy) {
   }
 }
 
-TEST(UnboundedMplsLabelRecordTest, EveryTruncationIsInvalidAndTrailingBytesAreIgnored) {
-  RandomValues r(21);
-  for (int i = 0; i < 300; ++i) {
-    UnboundedMplsLabelOperation op = r.labelOp();
-    uint32_t len = op.serializeLen();
-    std::vector<unsigned char> rec(len + 8, 0xab);
-    op.serialize(rec.data());
-    for (uint32_t l = 0; l <= len + 8; ++l) {
-      ASSERT_EQ(op.deserializeLen(exactCopy(rec.data(), l).get(), l), l < len ? 0 : len) << op;
-    }
-  }
-  EXPECT_EQ(UnboundedMplsLabelOperation::recordLen(nullptr, 10), 0u);
-}
-
 TEST(UnboundedMplsLabelRecordTest, OversizedCountsAndLabelsAreInvalid) {
   auto len = [](std::vector<unsigned char> rec) {
     rec.resize(80);
     return UnboundedMplsLabelOperation::recordLen(rec.data(), 80);
   };
-  EXPECT_EQ(len({0, 0}), 2u);   // forward
+  EXPECT_EQ(len({0, 0}), 2u);  // forward
+  EXPECT_EQ(UnboundedMplsLabelOperation::recordLen(nullptr, 10), 0u);
   EXPECT_EQ(len({0, 18}), 0u);  // more labels than an operation holds, though the bytes are there
   EXPECT_EQ(len({18, 0}), 0u);
   std::vector<unsigned char> tooBig = {0, 1, 0, 0, 0x10, 0};  // label 2^20
