@@ -1,0 +1,55 @@
+#include <deque>
+#include <map>
+#include <string>
+#include <tuple>
+
+#include <gtest/gtest.h>
+
+#include "Tunnel/framework/Rivy/Task.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(RivySchedulerTest, HigherPriorityRunsFirstAndEqualPrioritiesTakeTurns) {
+  Rivy::TaskScheduler scheduler;
+  std::string order;
+  std::map<char, int> left = {{'a', 3}, {'b', 3}, {'H', 2}};
+  std::deque<Rivy::Task> tasks;
+  for (char name : {'a', 'b', 'H'}) {
+    tasks.emplace_back(scheduler, std::string(1, name), name == 'H' ? 5 : 1,
+                       [&, name, i = tasks.size()] {
+                         order += name;
+                         if (--left[name] > 0) tasks[i].schedule();
+                       });
+    tasks.back().schedule();
+    tasks.back().schedule();  // already scheduled: no second run
+  }
+  EXPECT_EQ(scheduler.runUntilIdle(), 8u);
+  EXPECT_EQ(order, "HHababab");
+}
+
+// A task works through items that each cost 1ms on a hand-driven clock.
+TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
+  for (auto [taskSlice, items] :
+       {std::tuple{0ns, 5}, std::tuple{std::chrono::nanoseconds(3ms), 3}}) {
+    Rivy::TaskScheduler scheduler(5ms);
+    std::chrono::nanoseconds now{0};
+    scheduler.clockIs([&] { return now; });
+    int done = 0;
+    Rivy::Task task(scheduler, "t", 0, [&] {
+      do {
+        now += 1ms;
+        ++done;
+      } while (!scheduler.shouldYield());
+    });
+    task.yieldTimeIs(taskSlice);
+    EXPECT_FALSE(task.shouldYield());  // not running
+    task.schedule();
+    scheduler.runSome();
+    EXPECT_EQ(done, items);
+    EXPECT_EQ(task.longestRun(), std::chrono::nanoseconds(1ms) * items);
+  }
+}
+
+}  // namespace
