@@ -2,10 +2,11 @@
 #include <map>
 #include <string>
 #include <tuple>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "Tunnel/framework/Rivy/Task.h"
+#include "Tunnel/framework/Rivy/EventLoop.h"
 
 namespace {
 
@@ -50,6 +51,38 @@ TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
     EXPECT_EQ(done, items);
     EXPECT_EQ(task.longestRun(), std::chrono::nanoseconds(1ms) * items);
   }
+}
+
+TEST(RivyEventLoopTest, DispatchesReadableFdsTimersAndTasks) {
+  Rivy::EventLoop loop;
+  int p[2];
+  ASSERT_EQ(pipe(p), 0);
+  std::string got;
+  loop.fdIs(p[0], [&] {
+    char c;
+    ASSERT_EQ(read(p[0], &c, 1), 1);
+    got += c;
+    loop.fdDel(p[0]);  // removing itself while it runs
+  });
+  int once = 0, periodic = 0, taskRuns = 0;
+  loop.timerIs(1ms, [&] { ++once; });
+  Rivy::EventLoop::TimerId tick = 0;
+  auto tock = [&] {
+    if (++periodic < 3) return;
+    loop.timerDel(tick);  // a periodic timer ends itself
+    loop.stop();
+  };
+  tick = loop.timerIs(1ms, tock, 1ms);
+  Rivy::Task task(loop.taskScheduler(), "t", 0, [&] { ++taskRuns; });
+  task.schedule();
+  ASSERT_EQ(write(p[1], "x", 1), 1);
+  loop.run();
+  EXPECT_EQ(got, "x");
+  EXPECT_EQ(once, 1);
+  EXPECT_EQ(periodic, 3);
+  EXPECT_EQ(taskRuns, 1);
+  close(p[0]);
+  close(p[1]);
 }
 
 }  // namespace
