@@ -7,10 +7,19 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Rivy/EventLoop.h"
+#include "Tunnel/framework/Rivy/SmControl.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+
+Rivy::SmControl control(Rivy::TaskScheduler* scheduler, bool leading = false) {
+  Rivy::SmControl c;
+  c.leading = leading;
+  c.taskScheduler = scheduler;
+  c.taskPriority = 3;
+  return c;
+}
 
 TEST(RivySchedulerTest, HigherPriorityRunsFirstAndEqualPrioritiesTakeTurns) {
   Rivy::TaskScheduler scheduler;
@@ -50,6 +59,19 @@ TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
     scheduler.runSome();
     EXPECT_EQ(done, items);
     EXPECT_EQ(task.longestRun(), std::chrono::nanoseconds(1ms) * items);
+  }
+}
+
+TEST(RivySmControlTest, AnExplicitModeWinsElseLeadingMakesSynchronousElseThePreviousValueStays) {
+  for (bool leading : {false, true}) {
+    for (bool previous : {false, true}) {
+      Rivy::SmControl c = control(nullptr, leading);
+      EXPECT_EQ(c.synchronousFrom(previous), leading || previous);
+      c.synchronousMode = Rivy::SynchronousMode::synchronous;
+      EXPECT_TRUE(c.synchronousFrom(previous));
+      c.synchronousMode = Rivy::SynchronousMode::asynchronous;
+      EXPECT_FALSE(c.synchronousFrom(previous));
+    }
   }
 }
 
