@@ -7,11 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "Tunnel/framework/Rivy/EventLoop.h"
-#include "Tunnel/framework/Rivy/SmControl.h"
+#include "Tunnel/framework/Rivy/InputStateMachine.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using Rivy::Gen::ScanState;
 
 Rivy::SmControl control(Rivy::TaskScheduler* scheduler, bool leading = false) {
   Rivy::SmControl c;
@@ -60,6 +61,65 @@ TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
     EXPECT_EQ(done, items);
     EXPECT_EQ(task.longestRun(), std::chrono::nanoseconds(1ms) * items);
   }
+}
+
+// An input machine over 1,000 keys of a std::map, scanned as a merge input is.
+struct MapInput : Rivy::Gen::InputStateMachine<uint64_t> {
+  std::map<uint64_t, int> table;
+  std::map<uint64_t, int> visits;
+  bool parentInitialScanDone = false;
+  explicit MapInput(Rivy::SmControl c) : InputStateMachine(std::move(c), "MapInputScanTask") {
+    for (uint64_t k = 0; k < 1000; ++k) table[k * 7] = 0;
+  }
+  void doInputScan() override {
+    if (inputScanComplete()) return;
+    auto start = scanStart();
+    auto it = start ? table.lower_bound(*start) : table.begin();
+    uint64_t n = 0;
+    while (it != table.end()) {
+      ++visits[(it++)->first];
+      ++n;
+      if (it != table.end() && shouldYield()) {
+        return scanYielded(it->first, n, std::distance(it, table.end()));
+      }
+    }
+    scanEnded(parentInitialScanDone, n);
+  }
+};
+
+TEST(RivyInputStateMachineTest, ABookmarkedScanVisitsEveryKeyOnceWhateverTheYields) {
+  for (auto [policy, runsPerScan] : {std::tuple{Rivy::YieldPolicy::everyCall, 1000u},
+                                     std::tuple{Rivy::YieldPolicy::never, 1u}}) {
+    Rivy::TaskScheduler scheduler;
+    scheduler.yieldPolicyIs(policy);
+    MapInput input(control(&scheduler));
+    input.handleInitialized();
+    EXPECT_TRUE(input.visits.empty());  // asynchronous: the task runs the scan
+    EXPECT_EQ(scheduler.runUntilIdle(), runsPerScan);
+    EXPECT_EQ(input.scanState(), ScanState::initialScanComplete);
+    EXPECT_EQ(input.scanTask()->workCount(), 1000u);
+    // The second scan, here in the task; it deletes the task in its last run.
+    input.parentInitialScanDone = true;
+    input.scanTask()->schedule();
+    EXPECT_EQ(scheduler.runUntilIdle(), runsPerScan);
+    EXPECT_TRUE(input.inputScanComplete());
+    EXPECT_EQ(input.scanTask(), nullptr);
+    ASSERT_EQ(input.visits.size(), 1000u);
+    for (auto [key, n] : input.visits) ASSERT_EQ(n, 2) << key;
+  }
+}
+
+TEST(RivyInputStateMachineTest, SynchronousMachinesScanInTheCallerWithoutATask) {
+  Rivy::TaskScheduler scheduler;
+  scheduler.yieldPolicyIs(Rivy::YieldPolicy::everyCall);
+  MapInput input(control(&scheduler, true));
+  input.handleInitialized();
+  EXPECT_EQ(input.scanTask(), nullptr);
+  EXPECT_EQ(input.visits.size(), 1000u);
+  EXPECT_EQ(input.scanState(), ScanState::initialScanComplete);
+  input.parentInitialScanDone = true;
+  input.rescan();
+  EXPECT_TRUE(input.inputScanComplete());
 }
 
 TEST(RivySmControlTest, AnExplicitModeWinsElseLeadingMakesSynchronousElseThePreviousValueStays) {
