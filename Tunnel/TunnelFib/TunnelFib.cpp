@@ -115,9 +115,7 @@ void registerFibTypes() {
 Zent::Ptr<TunnelFib> mountTunnelFib(ZentTamsel::Mount const& mount, ZentTamsel::MountType mode,
                                     Zent::String const& path) {
   registerFibTypes();
-  Zent::Ptr<Zent::Entity> e =
-      mount.doMount(path, Zent::String(TunnelFib::kTypeName), ZentTamsel::MountInfo(mode));
-  return Zent::Ptr<TunnelFib>(dynamic_cast<TunnelFib*>(e.ptr()));
+  return mount.doMountAs<TunnelFib>(path, ZentTamsel::MountInfo(mode));
 }
 
 }  // namespace Tunnel::TunnelFib

@@ -102,18 +102,6 @@ void TunnelRibCalculator::offerIs(TunnelId const& id, RibOffer const* offer, uin
   dirty_.insert(offer->endpoint);
 }
 
-bool TunnelRibCalculator::offer(TunnelId const& id, RibOffer& out) const {
-  auto it = where_.find(id);
-  if (it == where_.end()) return false;
-  for (RibOffer const& o : endpoints_.at(it->second.endpoint).offers) {
-    if (o.tunnelId == id) {
-      out = o;
-      return true;
-    }
-  }
-  return false;
-}
-
 size_t TunnelRibCalculator::flush() {
   size_t n = dirty_.size();
   for (ColoredTunnelEndpoint const& cep : dirty_) recompute(cep);

@@ -62,15 +62,11 @@ class TunnelRibCalculator {
   // tunnel to: what an earlier run left that no longer holds. Call it once
   // every input is in. Returns how many endpoints it removed.
   size_t reconcile();
-  bool dirty() const { return !dirty_.empty(); }
 
   Zent::Ptr<TunnelTable::InternalCliTunnelRib> const& cliRib(bool colored) const {
     return colored ? coloredCliRib_ : cliRib_;
   }
   Stats const& stats() const { return stats_; }
-  size_t endpoints() const { return endpoints_.size(); }
-  // The offer the calculator holds for a tunnel; false when none.
-  bool offer(TunnelId const& id, RibOffer& out) const;
 
  private:
   class Reactor;

@@ -274,26 +274,17 @@ void registerRibTypes() {
   (void)done;
 }
 
-namespace {
-template <typename Rib>
-Zent::Ptr<Rib> mountRib(ZentTamsel::Mount const& mount, ZentTamsel::MountType mode,
-                        Zent::String const& path) {
-  registerRibTypes();
-  Zent::Ptr<Zent::Entity> e =
-      mount.doMount(path, Zent::String(Rib::kTypeName), ZentTamsel::MountInfo(mode));
-  return Zent::Ptr<Rib>(dynamic_cast<Rib*>(e.ptr()));
-}
-}  // namespace
-
 Zent::Ptr<TunnelRib> mountTunnelRib(ZentTamsel::Mount const& mount, ZentTamsel::MountType mode,
                                     Zent::String const& path) {
-  return mountRib<TunnelRib>(mount, mode, path);
+  registerRibTypes();
+  return mount.doMountAs<TunnelRib>(path, ZentTamsel::MountInfo(mode));
 }
 
 Zent::Ptr<ColoredTunnelRib> mountColoredTunnelRib(ZentTamsel::Mount const& mount,
                                                   ZentTamsel::MountType mode,
                                                   Zent::String const& path) {
-  return mountRib<ColoredTunnelRib>(mount, mode, path);
+  registerRibTypes();
+  return mount.doMountAs<ColoredTunnelRib>(path, ZentTamsel::MountInfo(mode));
 }
 
 }  // namespace Tunnel::TunnelTable

@@ -105,8 +105,7 @@ Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(ZentTamsel::Mount const& mou
     return mountTunnelPelagStatus(std::string(mount.stateRoot().view()), mode, path);
   ZentTamsel::MountInfo info(mode == ZentPelag::Mode::writer ? ZentTamsel::MountType::writer
                                                              : ZentTamsel::MountType::keyShadow);
-  Zent::Ptr<Zent::Entity> e = mount.doMount(path, Zent::String(TunnelPelagStatus::kTypeName), info);
-  return Zent::Ptr<TunnelPelagStatus>(dynamic_cast<TunnelPelagStatus*>(e.ptr()));
+  return mount.doMountAs<TunnelPelagStatus>(path, info);
 }
 
 Zent::Ptr<TunnelPelagStatus> mountTunnelPelagStatus(std::string const& stateRoot,

@@ -210,11 +210,8 @@ void RootEntity::pelagAttach(std::string const& dir, Mode mode, ZentTamsel::Moun
 
 void RootEntity::tamselMount(std::string const& dir, ZentTamsel::MountInfo const& info,
                              ZentTamsel::MountRegistry& registry) {
-  Tamsel::FilePermissions perms;
-  perms.mode = info.fileMode();
-  perms.group = static_cast<gid_t>(info.fileGroup());
   pelagAttach(dir, info.mountType() == ZentTamsel::MountType::writer ? Mode::writer : Mode::shadow,
-              &registry, perms);
+              &registry, info.filePermissions());
 }
 
 void RootEntity::pelagDetach() {

@@ -49,6 +49,13 @@ class Mount {
   // an unknown type or a failed mount.
   Zent::Ptr<Zent::Entity> doMount(Zent::String const& path, Zent::String const& typeName,
                                   MountInfo const& info) const;
+  // doMount of an entity of type E (named by E::kTypeName); null when what
+  // is mounted at `path` is not an E.
+  template <typename E>
+  Zent::Ptr<E> doMountAs(Zent::String const& path, MountInfo const& info) const {
+    Zent::Ptr<Zent::Entity> e = doMount(path, Zent::String(E::kTypeName), info);
+    return Zent::Ptr<E>(dynamic_cast<E*>(e.ptr()));
+  }
   // Detaches this process from every entity it mounted at `path`.
   void doUnmount(Zent::String const& path) const;
   // Removes the files of the table at `path`. Refused while a writer lives.

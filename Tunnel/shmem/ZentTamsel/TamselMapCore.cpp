@@ -30,10 +30,7 @@ void TamselMapCore::entity(std::string const& name, CollectionListener* listener
 
 void TamselMapCore::mount(std::string const& dir, std::string const& collection,
                           MountInfo const& info, MountRegistry& registry) {
-  Tamsel::FilePermissions perms;
-  perms.mode = info.fileMode();
-  if (info.fileGroup() >= 0) perms.group = static_cast<gid_t>(info.fileGroup());
-  mount(dir, collection, info.mountType(), perms, registry);
+  mount(dir, collection, info.mountType(), info.filePermissions(), registry);
 }
 
 void TamselMapCore::mount(std::string const& dir, std::string const& collection, MountType mode,

@@ -11,6 +11,7 @@
 
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/Text.h"
+#include "Tunnel/shmem/Tamsel/ShmFile.h"
 
 namespace ZentTamsel {
 
@@ -58,6 +59,13 @@ class MountInfo {
   void fileModeIs(uint32_t mode) { fileMode_ = mode & 0777; }
   int64_t fileGroup() const { return fileGroup_; }  // -1: the creator's group
   void fileGroupIs(int64_t gid) { fileGroup_ = gid; }
+  // The permissions of the files a writer mounted with this descriptor creates.
+  Tamsel::FilePermissions filePermissions() const {
+    Tamsel::FilePermissions perms;
+    perms.mode = fileMode_;
+    if (fileGroup_ >= 0) perms.group = static_cast<gid_t>(fileGroup_);
+    return perms;
+  }
 
   bool operator==(MountInfo const&) const = default;
   explicit operator bool() const { return !(*this == MountInfo()); }
