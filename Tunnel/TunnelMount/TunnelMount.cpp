@@ -6,6 +6,7 @@
 #include "Tunnel/framework/Range.h"
 #include "Tunnel/framework/Text.h"
 #include "Tunnel/framework/TypeRegistry.h"
+#include "Tunnel/multicast/MulticastTables.h"
 
 namespace Tunnel::TunnelTable {
 namespace {
@@ -16,19 +17,14 @@ struct TableNames {
 };
 
 // The names are the interface between processes: kept exactly as they are
-// ("sr", not "isisSr"). Unbuilt tables are named already.
+// ("sr", not "isisSr").
 constexpr std::array<TableNames, kMaxTunnelTableIdentifier + 1> kTables = [] {
   std::array<TableNames, kMaxTunnelTableIdentifier + 1> t{};
 #define TUNNEL_TABLE_NAMES(Class, factory, tunnelType, identifier, mountName, bound, Entry)    \
   t[static_cast<size_t>(TunnelTableIdentifier::identifier)] = {"Tunnel::TunnelTable::" #Class, \
                                                                mountName};
-#define TUNNEL_TABLE_UNBUILT_NAMES(Class, identifier, mountName)                               \
-  t[static_cast<size_t>(TunnelTableIdentifier::identifier)] = {"Tunnel::TunnelTable::" #Class, \
-                                                               mountName};
-  TUNNEL_TABLES(TUNNEL_TABLE_NAMES)
-  TUNNEL_TABLES_UNBUILT(TUNNEL_TABLE_UNBUILT_NAMES)
+  TUNNEL_TABLES_ALL(TUNNEL_TABLE_NAMES)
 #undef TUNNEL_TABLE_NAMES
-#undef TUNNEL_TABLE_UNBUILT_NAMES
   return t;
 }();
 
@@ -155,6 +151,7 @@ void TunnelTableMounter::cleanup(TunnelTableIdentifier id) const {
 void registerMountTypes() {
   static bool done = [] {
     registerTableTypes();
+    registerMulticastTableTypes();
     ZentTamsel::registerTypes();
     Zent::registerValueType<TunnelTableInfo>("Tunnel::TunnelTable::TunnelTableInfo");
     Zent::registerValueType<TunnelTableMountInfo>("Tunnel::TunnelTable::TunnelTableMountInfo");

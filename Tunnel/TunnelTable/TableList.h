@@ -51,8 +51,17 @@
   X(IsisFlexAlgoTunnelTable, isisFlexAlgoTunnelTableFactory, isisFlexAlgoTunnel,                   \
     isisFlexAlgoTunnelTable, "isisFlexAlgoTunnel", 65372, FlexAlgoTunnelTableEntry)
 
-// Identifiers other processes already name whose classes are not built yet:
-//   X(Class, identifier, mountName)
-#define TUNNEL_TABLES_UNBUILT(X)                    \
-  X(MldpTunnelTable, mldpTunnelTable, "mldpTunnel") \
-  X(StaticMcastTunnelTable, staticMcastTunnelTable, "staticMcast")
+// The multicast input tables, in the same row form. They share one entry
+// type and a base table that has no identifier (the merged MPLS multicast
+// table), so their classes are declared from these rows in
+// Tunnel/multicast/MulticastTables.h; the identifier names and the mounter
+// read them here. An entry of 600 vias leaves no room in the bound for a tree
+// name: such a record is refused whole.
+#define TUNNEL_TABLES_MULTICAST(X)                                                             \
+  X(MldpTunnelTable, mldpTunnelTableFactory, mldpTunnel, mldpTunnelTable, "mldpTunnel", 64820, \
+    MplsMulticastTunnelTableEntry)                                                             \
+  X(StaticMcastTunnelTable, staticMcastTunnelTableFactory, staticMcastTunnel,                  \
+    staticMcastTunnelTable, "staticMcast", 64820, MplsMulticastTunnelTableEntry)
+
+// Every mountable table.
+#define TUNNEL_TABLES_ALL(X) TUNNEL_TABLES(X) TUNNEL_TABLES_MULTICAST(X)

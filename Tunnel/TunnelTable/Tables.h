@@ -37,19 +37,7 @@ struct TableBaseFor<IpsecGreIntfTunnelTableEntry> {
   using type = TunnelTableOf<IpsecGreIntfTunnelTableEntry, L3IntfTunnelTableBase>;
 };
 
-#define TUNNEL_TABLE_CLASS(Class, factory, tunnelType, identifier, mountName, bound, Entry)    \
-  class Class : public TableBaseFor<Entry>::type {                                             \
-   public:                                                                                     \
-    static constexpr const char* kTypeName = "Tunnel::TunnelTable::" #Class;                   \
-    explicit Class(Zent::String const& name);                                                  \
-    Zent::GenericIf const* entryType() const override;                                         \
-  };                                                                                           \
-  static_assert(boundHoldsEntry<Entry>(bound), #Class "'s bound must hold its largest entry"); \
-  Zent::Ptr<Class> factory(Zent::String const& name);
-
-TUNNEL_TABLES(TUNNEL_TABLE_CLASS)
-
-#undef TUNNEL_TABLE_CLASS
+TUNNEL_TABLES(TUNNEL_TABLE_DECLARE)
 
 // Idempotent; also registers the entry and identifier value types.
 void registerTableTypes();

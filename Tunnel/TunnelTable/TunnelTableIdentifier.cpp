@@ -11,13 +11,8 @@ std::string_view stringValue(TunnelTableIdentifier id) {
 #define TUNNEL_TABLE_ID_NAME(Class, factory, tunnelType, identifier, ...) \
   case TunnelTableIdentifier::identifier:                                 \
     return #identifier;
-#define TUNNEL_TABLE_UNBUILT_ID_NAME(Class, identifier, mountName) \
-  case TunnelTableIdentifier::identifier:                          \
-    return #identifier;
-      TUNNEL_TABLES(TUNNEL_TABLE_ID_NAME)
-      TUNNEL_TABLES_UNBUILT(TUNNEL_TABLE_UNBUILT_ID_NAME)
+      TUNNEL_TABLES_ALL(TUNNEL_TABLE_ID_NAME)
 #undef TUNNEL_TABLE_ID_NAME
-#undef TUNNEL_TABLE_UNBUILT_ID_NAME
   }
   return "unknownTunnelTable";
 }

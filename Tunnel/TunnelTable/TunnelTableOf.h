@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Tunnel/TunnelTable/DumpContext.h"
@@ -56,6 +57,14 @@ class TunnelTableOf : public Base {
   Entry entry(TunnelId const& key) const { return entry_.map().value(key); }
   bool entry(TunnelId const& key, Entry& out) const { return entry_.map().lookup(key, out); }
   bool entryHas(TunnelId const& key) const { return entry_.map().has(key); }
+
+  // A scan of the entries cut into runs (ZentTamselMap::scan): fn(key)
+  // returns whether to go on; true at the end of the table.
+  using ScanCursor = typename EntryMap::ScanCursor;
+  template <typename Fn>
+  bool entryScan(ScanCursor& cursor, TunnelId& next, Fn&& fn) const {
+    return entry_.map().scan(cursor, next, std::forward<Fn>(fn));
+  }
 
   ZentTamsel::TamselMapCore& entryCore() override { return entry_.core(); }
   ZentTamsel::TamselMapCore const& entryCore() const override { return entry_.core(); }
@@ -113,7 +122,9 @@ struct TableBaseFor {
 // stands for entries stored as a plain copy.
 template <typename Entry>
 constexpr bool boundHoldsEntry(uint32_t bound) {
-  if constexpr (requires { Entry::kMaxSerializedLen; }) {
+  if constexpr (requires { Entry::kTableBound; }) {
+    return bound == Entry::kTableBound;  // the entry names its tables' bound
+  } else if constexpr (requires { Entry::kMaxSerializedLen; }) {
     return bound != 0 && Entry::kMaxSerializedLen <= bound;
   } else {
     return bound == 0 && std::is_trivially_copyable_v<Entry>;
@@ -152,4 +163,39 @@ class TunnelTableTypeImpl : public Zent::GenericIf {
   Factory factory_;
 };
 
+// Registers a table type: created by name, with its entry and key types.
+template <typename Table>
+void registerTableType(Zent::Ptr<Table> (*factory)(Zent::String const&),
+                       const char* entryTypeName) {
+  Zent::typeIs(std::make_unique<TunnelTableTypeImpl<Table>>(
+      Table::kTypeName, factory, Zent::type(entryTypeName),
+      Zent::type("Tunnel::TunnelTable::TunnelId")));
+}
+
 }  // namespace Tunnel::TunnelTable
+
+// A table class from its row (TableList.h): declared in a header, defined and
+// registered in one source file. Each is TableBaseFor its entry, with the row's
+// stamps and bound.
+#define TUNNEL_TABLE_DECLARE(Class, factory, tunnelType, identifier, mountName, bound, Entry)  \
+  class Class : public TableBaseFor<Entry>::type {                                             \
+   public:                                                                                     \
+    static constexpr const char* kTypeName = "Tunnel::TunnelTable::" #Class;                   \
+    explicit Class(Zent::String const& name);                                                  \
+    Zent::GenericIf const* entryType() const override;                                         \
+  };                                                                                           \
+  static_assert(boundHoldsEntry<Entry>(bound), #Class "'s bound must hold its largest entry"); \
+  Zent::Ptr<Class> factory(Zent::String const& name);
+
+#define TUNNEL_TABLE_DEFINE(Class, factory, tunnelType, identifier, mountName, bound, Entry)   \
+  Class::Class(Zent::String const& name) : TableBaseFor<Entry>::type(name, kTypeName, bound) { \
+    tableTypeIs(tunnelType);                                                                   \
+    tunnelTableIdIs(TunnelTableIdentifier::identifier);                                        \
+  }                                                                                            \
+  Zent::GenericIf const* Class::entryType() const {                                            \
+    return Zent::type("Tunnel::TunnelTable::" #Entry);                                         \
+  }                                                                                            \
+  Zent::Ptr<Class> factory(Zent::String const& name) { return Zent::newEntity<Class>(name); }
+
+#define TUNNEL_TABLE_REGISTER(Class, factory, tunnelType, identifier, mountName, bound, Entry) \
+  registerTableType<Class>(factory, "Tunnel::TunnelTable::" #Entry);

@@ -4,8 +4,8 @@
 // held to the same bound, so a table behaves the same before and after mount.
 
 #include <cstdint>
+#include <map>
 #include <string>
-#include <unordered_map>
 
 #include "Tunnel/shmem/Tamsel/Table.h"
 
@@ -45,6 +45,22 @@ class LocalTable {
     for (auto const& [k, r] : records_) fn(k.data(), r.data(), static_cast<uint32_t>(r.size()));
   }
 
+  // Keys in byte order from the first key not below `from` (empty: the
+  // start): fn(void const* key) returns false to stop at that key without
+  // taking it, and may write and remove. Returns whether the end was reached; `from` then names no
+  // key.
+  template <typename Fn>
+  bool forEachKeyFrom(std::string& from, Fn&& fn) const {
+    // fn may remove the key it is given: the walk goes on from a copy.
+    for (auto it = records_.lower_bound(from); it != records_.end();
+         it = records_.upper_bound(from)) {
+      from = it->first;
+      if (!fn(static_cast<void const*>(from.data()))) return false;
+    }
+    from.clear();
+    return true;
+  }
+
   uint64_t count() const { return records_.size(); }
   uint64_t liveBytes() const;
 
@@ -55,7 +71,8 @@ class LocalTable {
   void checkLen(uint32_t len) const;
 
   TableShape shape_;
-  std::unordered_map<std::string, std::string> records_;
+  // Ordered, so a scan cut into runs resumes at a key.
+  std::map<std::string, std::string> records_;
 };
 
 }  // namespace Tamsel

@@ -124,6 +124,39 @@ class Reader {
     });
   }
 
+  // Live keys in file order from heap position `from` (0: the first slot):
+  // fn(void const* key, uint64_t position) returns false to stop at that key
+  // without taking it. Returns the stopping key's position, 0 at the end. A
+  // position stays a slot boundary while the same writer keeps the table
+  // (slots keep their place and size); under another writer, start again.
+  template <typename Fn>
+  uint64_t forEachKeyFrom(uint64_t from, Fn&& fn) const {
+    std::vector<char> key(keySize_);
+    uint64_t end = loadAcquire(header()->heapEnd);
+    if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
+    for (uint64_t off = from ? from : heapOffset_; off < end;) {
+      SlotHeader const* s = slotAt(off);
+      uint32_t size = loadRelaxed(s->slotSize);
+      if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
+        throw corruptAt(off, "slot size");
+      }
+      uint32_t seq = loadAcquire(s->seq);
+      if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
+        if (size < payloadOffset_) throw corruptAt(off, "slot smaller than its key");
+        {
+          OptimisticReads copy;
+          std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
+        }
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (loadRelaxed(s->seq) == seq && !fn(static_cast<void const*>(key.data()), off)) {
+          return off;
+        }
+      }
+      off += size;
+    }
+    return 0;
+  }
+
   uint64_t count() const { return loadAcquire(header()->liveCount); }
   uint64_t publishedCounter(uint32_t i) const {
     return i < kPublishedCounters ? loadRelaxed(header()->publishedCounters[i]) : 0;

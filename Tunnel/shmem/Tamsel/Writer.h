@@ -74,6 +74,24 @@ class Writer {
     }
   }
 
+  // Live keys in heap order from position `from` (0: the first slot):
+  // fn(void const* key, uint64_t position) returns false to stop at that key
+  // without taking it. Returns the stopping key's position, 0 at the end.
+  // fn may write and remove: slots keep their place and size, and the walk
+  // reads nothing of a slot after calling fn.
+  template <typename Fn>
+  uint64_t forEachKeyFrom(uint64_t from, Fn&& fn) {
+    for (uint64_t off = from ? from : header()->heapOffset; off < header()->heapEnd;) {
+      auto const* h = slotAt(off);
+      uint32_t size = h->slotSize;
+      if (h->state == kSlotLive && !fn(static_cast<void const*>(at(off) + slotKeyOffset()), off)) {
+        return off;
+      }
+      off += size;
+    }
+    return 0;
+  }
+
   void quiescedIs(bool q);
   // Publishes counter `i` (below kPublishedCounters) for readers and tools.
   void publishedCounterIs(uint32_t i, uint64_t v) {

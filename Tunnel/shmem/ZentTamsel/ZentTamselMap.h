@@ -234,6 +234,55 @@ class ZentTamselMap {
     return out;
   }
 
+  // Where a scan cut into runs goes on.
+  struct ScanCursor {
+    uint64_t position = 0;  // a mounted table's heap position; 0: the start
+    uint64_t epoch = 0;     // the writer the position belongs to
+    std::string key;        // before mounting: the key to resume at
+    bool resuming = false;
+  };
+
+  // A scan in the table's own order (the file's once mounted, the keys' bytes
+  // before), cut into runs: fn(key) takes a key and returns whether to go on.
+  // Returns true at the end of the table (the cursor is then reset), false
+  // when fn asked to stop: the cursor and `next` then name the following key,
+  // where the next call resumes. A key that stays in the table throughout is
+  // taken once per pass; one written or removed meanwhile may or may not be,
+  // and its notification tells of it. fn may write and remove. A corrupt table
+  // met on the way goes to the corruption handler and ends the pass.
+  template <typename Fn>
+  bool scan(ScanCursor& c, Key& next, Fn&& fn) const {
+    core_.requireReadable("scan");
+    bool stop = false;
+    auto take = [&](void const* kb) {
+      std::memcpy(static_cast<void*>(&next), kb, sizeof(Key));
+      if (stop) return false;
+      stop = !fn(static_cast<Key const&>(next));
+      return true;
+    };
+    bool ended;
+    try {
+      if (auto* r = core_.reader()) {
+        ended = scanHeap(c, r->writerEpoch(), [&](uint64_t from) {
+          return r->forEachKeyFrom(from, [&](void const* kb, uint64_t) { return take(kb); });
+        });
+      } else if (auto* w = core_.writer()) {
+        ended = scanHeap(c, w->epoch(), [&](uint64_t from) {
+          return w->forEachKeyFrom(from, [&](void const* kb, uint64_t) { return take(kb); });
+        });
+      } else {
+        if (!c.resuming) c.key.clear();
+        ended = core_.local()->forEachKeyFrom(c.key, take);
+        c.resuming = !ended;
+      }
+    } catch (Tamsel::Error const& e) {
+      core_.doCorruptionDetected(e.what());
+      ended = true;
+    }
+    if (ended) c = ScanCursor();
+    return ended;
+  }
+
   // Every value (stable copies; corrupt records reported and skipped).
   template <typename Fn>
   void forEach(Fn&& fn) const {
@@ -244,6 +293,17 @@ class ZentTamselMap {
   }
 
  private:
+  // One leg of a mounted scan: a cursor of another writer starts again.
+  template <typename Walk>
+  static bool scanHeap(ScanCursor& c, uint64_t epoch, Walk&& walk) {
+    uint64_t from = c.resuming && c.epoch == epoch ? c.position : 0;
+    uint64_t stopped = walk(from);
+    c.position = stopped;
+    c.epoch = epoch;
+    c.resuming = stopped != 0;
+    return stopped == 0;
+  }
+
   static Tamsel::TableShape withKey(Tamsel::TableShape s) {
     s.keySize = sizeof(Key);
     return s;
