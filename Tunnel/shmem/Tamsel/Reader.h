@@ -132,29 +132,14 @@ class Reader {
   template <typename Fn>
   uint64_t forEachKeyFrom(uint64_t from, Fn&& fn) const {
     std::vector<char> key(keySize_);
-    uint64_t end = loadAcquire(header()->heapEnd);
-    if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
-    for (uint64_t off = from ? from : heapOffset_; off < end;) {
-      SlotHeader const* s = slotAt(off);
-      uint32_t size = loadRelaxed(s->slotSize);
-      if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
-        throw corruptAt(off, "slot size");
+    return walkLiveSlots(from, [&](uint64_t off, SlotHeader const* s, uint32_t seq) {
+      {
+        OptimisticReads copy;
+        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
       }
-      uint32_t seq = loadAcquire(s->seq);
-      if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
-        if (size < payloadOffset_) throw corruptAt(off, "slot smaller than its key");
-        {
-          OptimisticReads copy;
-          std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
-        }
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(s->seq) == seq && !fn(static_cast<void const*>(key.data()), off)) {
-          return off;
-        }
-      }
-      off += size;
-    }
-    return 0;
+      std::atomic_thread_fence(std::memory_order_acquire);
+      return loadRelaxed(s->seq) != seq || fn(static_cast<void const*>(key.data()), off);
+    });
   }
 
   uint64_t count() const { return loadAcquire(header()->liveCount); }
@@ -248,10 +233,32 @@ class Reader {
   void forEachSlot(Fn&& fn) const {
     std::vector<char> buf;
     std::vector<char> key(keySize_);
-    uint64_t off = heapOffset_;
+    walkLiveSlots(0, [&](uint64_t off, SlotHeader const* s, uint32_t seq) {
+      uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
+      buf.resize(len);
+      {
+        OptimisticReads copy;
+        std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
+        if (len != 0) std::memcpy(buf.data(), at(off) + payloadOffset_, len);
+      }
+      uint64_t version = loadRelaxed(s->version);
+      uint32_t hash = loadRelaxed(s->hash);
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(s->seq) == seq) {
+        fn(static_cast<void const*>(key.data()), buf.data(), len, version, hash);
+      }
+      return true;
+    });
+  }
+  // The heap walk of both scans: from `from` (0: the first slot), checks each
+  // slot's geometry and calls visit(offset, slot, seq) for every live slot no
+  // write holds; visit returns false to stop there. Returns the stopping
+  // slot's offset, 0 at the end.
+  template <typename Visit>
+  uint64_t walkLiveSlots(uint64_t from, Visit&& visit) const {
     uint64_t end = loadAcquire(header()->heapEnd);
     if (!mapped(end)) throw corruptAt(end, "heap end beyond the file");
-    while (off < end) {
+    for (uint64_t off = from ? from : heapOffset_; off < end;) {
       SlotHeader const* s = slotAt(off);
       uint32_t size = loadRelaxed(s->slotSize);
       if (size < sizeof(SlotHeader) || size % 8 != 0 || off + size > end) {
@@ -260,22 +267,11 @@ class Reader {
       uint32_t seq = loadAcquire(s->seq);
       if ((seq & 1) == 0 && loadRelaxed(s->state) == kSlotLive) {
         if (size < payloadOffset_) throw corruptAt(off, "slot smaller than its key");
-        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
-        buf.resize(len);
-        {
-          OptimisticReads copy;
-          std::memcpy(key.data(), at(off) + slotKeyOffset(), keySize_);
-          if (len != 0) std::memcpy(buf.data(), at(off) + payloadOffset_, len);
-        }
-        uint64_t version = loadRelaxed(s->version);
-        uint32_t hash = loadRelaxed(s->hash);
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(s->seq) == seq) {
-          fn(static_cast<void const*>(key.data()), buf.data(), len, version, hash);
-        }
+        if (!visit(off, s, seq)) return off;
       }
       off += size;
     }
+    return 0;
   }
   // Records what this process saw of `key`: its version, or its absence.
   void observed(void const* key, uint32_t hash, bool present, uint64_t version) const;
