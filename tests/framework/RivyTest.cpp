@@ -1,5 +1,6 @@
 #include <deque>
 #include <map>
+#include <memory>
 #include <string>
 #include <tuple>
 #include <unistd.h>
@@ -60,6 +61,21 @@ TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
     EXPECT_EQ(done, items);
     EXPECT_EQ(task.longestRun(), std::chrono::nanoseconds(1ms) * items);
   }
+}
+
+// The scheduler's figure must not lose the run in which a task deleted itself.
+TEST(RivySchedulerTest, LongestRunCountsATaskThatDeletesItself) {
+  Rivy::TaskScheduler scheduler;
+  std::chrono::nanoseconds now{0};
+  scheduler.clockIs([&] { return now; });
+  std::unique_ptr<Rivy::Task> task;
+  task = std::make_unique<Rivy::Task>(scheduler, "t", 0, [&] {
+    now += 3ms;
+    task.reset();
+  });
+  task->schedule();
+  scheduler.runSome();
+  EXPECT_EQ(scheduler.longestRun(), 3ms);
 }
 
 // An input machine over 1,000 keys of a std::map, scanned as a merge input is.

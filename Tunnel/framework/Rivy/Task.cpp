@@ -104,10 +104,12 @@ bool TaskScheduler::runSome() {
 }
 
 void TaskScheduler::endRun(Task* task) {
+  auto const took = now() - runStart_;
+  longestRun_ = std::max(longestRun_, took);
   if (running_ != task) return;  // the task destroyed itself
   running_ = nullptr;
   ++task->runs_;
-  task->longestRun_ = std::max(task->longestRun_, now() - runStart_);
+  task->longestRun_ = std::max(task->longestRun_, took);
 }
 
 uint64_t TaskScheduler::runUntilIdle(uint64_t maxRuns) {

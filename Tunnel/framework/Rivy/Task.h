@@ -91,6 +91,10 @@ class TaskScheduler {
   std::chrono::nanoseconds now() const { return clock_(); }
 
   Task* runningTask() const { return running_; }
+  // The longest single run of any task so far, on this clock, counting runs in
+  // which the task deleted itself (a scan task does in its last run): the
+  // longest the loop went without a turn because of a task.
+  std::chrono::nanoseconds longestRun() const { return longestRun_; }
   // The verdict for the running task; false when no task runs.
   bool shouldYield() const;
   bool idle() const { return scheduledCount_ == 0; }
@@ -117,6 +121,7 @@ class TaskScheduler {
   uint64_t liveTasks_ = 0;
   Task* running_ = nullptr;
   std::chrono::nanoseconds runStart_{0};
+  std::chrono::nanoseconds longestRun_{0};
 };
 
 }  // namespace Rivy
