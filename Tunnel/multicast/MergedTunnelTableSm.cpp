@@ -48,10 +48,9 @@ void EntrySm<Table, Stream>::streamEvent(TunnelId key, MplsMulticastTunnelTableE
 template <typename Table, int Stream>
 void EntrySm<Table, Stream>::handleEntry(TunnelId key) {
   entrytrace("{}::handleEntry k: {}", kName, key);
-  // Before the parent's initial scan is done nothing would use the entry.
-  if (!parent_.initialScanDone()) return;
-  bool const found = table_->entry(key, scratch_);
-  streamEvent(key, found ? &scratch_ : nullptr);
+  // The merge reads both inputs afresh, so no entry is read here to pass
+  // along: it would be the same read twice, a third of the merge's cost.
+  if (parent_.initialScanDone()) streamEvent(key, nullptr);
 }
 
 template <typename Table, int Stream>
@@ -213,6 +212,10 @@ void MergedTunnelTableSm::handleInitialized() {
       mergedTableEntryOutputReconciliationTaskIs(*control_.taskScheduler, control_.taskPriority,
                                                  kReconciliationTaskName);
     }
+    // Every key the merge writes is recorded; sized once, the set never
+    // rehashes inside a run.
+    seen_.reserve(mergedTable_->entryCount() + mldpTable_->entryCount() +
+                  staticTable_->entryCount());
     smtrace("Reconciling mergedTableEntryOutput: {:}", mergedTable_->entryCount());
   } else {
     reconciling_ = false;
@@ -343,10 +346,13 @@ void MergedTunnelTableSm::eventToRivy_stream1(TunnelId tunnelId,
 void MergedTunnelTableSm::eventToRivy_pipeline0(TunnelId tunnelId) {
   if (!initialScanDone_) return;
   smtrace("Line 17: merge( rivy_stream0, rivy_stream1 ): tunnelId={}", tunnelId);
-  bool const inMldp = mldpTable_->entry(tunnelId, mldpScratch_);
-  bool const inStatic = staticTable_->entry(tunnelId, staticScratch_);
-  MplsMulticastTunnelTableEntry const* value =
-      inStatic ? &staticScratch_ : (inMldp ? &mldpScratch_ : nullptr);
+  // A static entry wins whole, so MLDP is read only when there is none.
+  MplsMulticastTunnelTableEntry const* value = nullptr;
+  if (staticTable_->entry(tunnelId, staticScratch_)) {
+    value = &staticScratch_;
+  } else if (mldpTable_->entry(tunnelId, mldpScratch_)) {
+    value = &mldpScratch_;
+  }
   if (reconciling_) mergedTableEntryOutputSeenIs(MergedTableEntryOutputKeyType(tunnelId, true));
   if (!value) {
     smtrace("into( mergedTable.entry[ tunnelId ] ): deleting k1={}", tunnelId);

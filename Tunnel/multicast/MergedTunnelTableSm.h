@@ -102,8 +102,8 @@ class EntrySm : public Zent::PtrInterface, public Rivy::Gen::InputStateMachine<T
   uint64_t scanned() const { return scanned_; }
   bool codefEnabled() const { return codefEnabled_; }
 
-  // The input changed at `key`: look it up and, once the parent's initial
-  // scan is done, send it down the stream.
+  // The input changed at `key`: once the parent's initial scan is done, send
+  // the key down the stream.
   void handleEntry(TunnelId key);
   void handleEntryReactor(TunnelId key) { handleEntry(key); }
   // Sends every input key down the stream as deleted.
@@ -130,8 +130,6 @@ class EntrySm : public Zent::PtrInterface, public Rivy::Gen::InputStateMachine<T
   typename Table::EntryMap::ScanCursor cursor_;
   uint64_t scanned_ = 0;
   bool codefEnabled_ = true;
-  // Reused by every lookup: an entry is 65 KB.
-  MplsMulticastTunnelTableEntry scratch_;
 };
 
 using EntrySm0 = EntrySm<MldpTunnelTable, 0>;
@@ -227,8 +225,8 @@ class MergedTunnelTableSm : public Zent::Entity {
   // The reactor on the scan flags: readiness and reconciliation.
   void handleMergedTableEntryOutputInputReady();
 
-  // An input changed at `tunnelId`; `entry` is what the input holds (null:
-  // nothing). The merge reads both inputs afresh and does not use it.
+  // An input changed at `tunnelId`; `entry` is what the input holds, when the
+  // caller read it. The merge reads both inputs afresh and does not use it.
   void eventToRivy_stream0(TunnelId tunnelId, MplsMulticastTunnelTableEntry const* entry);
   void eventToRivy_stream1(TunnelId tunnelId, MplsMulticastTunnelTableEntry const* entry);
   // The merge rule for one key.

@@ -64,17 +64,23 @@ TEST(RivySchedulerTest, TimeSliceComesFromTheTaskElseFromTheScheduler) {
 }
 
 // The scheduler's figure must not lose the run in which a task deleted itself.
-TEST(RivySchedulerTest, LongestRunCountsATaskThatDeletesItself) {
-  Rivy::TaskScheduler scheduler;
+// A task that deletes itself still ends its run: what it calls afterwards
+// yields on the run's slice, and the run counts.
+TEST(RivySchedulerTest, ARunOutlivesATaskThatDeletesItself) {
+  Rivy::TaskScheduler scheduler(2ms);
   std::chrono::nanoseconds now{0};
   scheduler.clockIs([&] { return now; });
   std::unique_ptr<Rivy::Task> task;
+  bool yieldAfterDelete = false;
   task = std::make_unique<Rivy::Task>(scheduler, "t", 0, [&] {
     now += 3ms;
     task.reset();
+    yieldAfterDelete = scheduler.shouldYield();
   });
   task->schedule();
   scheduler.runSome();
+  EXPECT_TRUE(yieldAfterDelete);
+  EXPECT_FALSE(scheduler.shouldYield());
   EXPECT_EQ(scheduler.longestRun(), 3ms);
 }
 

@@ -47,7 +47,7 @@ TaskScheduler::~TaskScheduler() {
 }
 
 bool TaskScheduler::shouldYield() const {
-  if (!running_) return false;
+  if (!inRun_) return false;
   switch (yieldPolicy_) {
     case YieldPolicy::everyCall:
       return true;
@@ -56,8 +56,7 @@ bool TaskScheduler::shouldYield() const {
     case YieldPolicy::timeSlice:
       break;
   }
-  auto slice = running_->yieldTime_.count() > 0 ? running_->yieldTime_ : yieldTime_;
-  return now() - runStart_ >= slice;
+  return now() - runStart_ >= runSlice_;
 }
 
 void TaskScheduler::enqueue(Task& t) {
@@ -80,7 +79,7 @@ void TaskScheduler::forget(Task& t) {
 }
 
 bool TaskScheduler::runSome() {
-  fmassert(!running_, "task {} runs the scheduler", running_->name_);
+  fmassert(!inRun_, "a task runs the scheduler");
   if (ready_.empty()) return false;
   auto it = ready_.begin();
   Task* task = it->second.front();
@@ -90,6 +89,8 @@ bool TaskScheduler::runSome() {
   task->scheduled_ = false;
 
   running_ = task;
+  inRun_ = true;
+  runSlice_ = task->yieldTime_.count() > 0 ? task->yieldTime_ : yieldTime_;
   runStart_ = now();
   auto run = task->run_;
   try {
@@ -104,6 +105,7 @@ bool TaskScheduler::runSome() {
 }
 
 void TaskScheduler::endRun(Task* task) {
+  inRun_ = false;
   auto const took = now() - runStart_;
   longestRun_ = std::max(longestRun_, took);
   if (running_ != task) return;  // the task destroyed itself

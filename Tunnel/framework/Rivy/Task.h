@@ -95,7 +95,7 @@ class TaskScheduler {
   // which the task deleted itself (a scan task does in its last run): the
   // longest the loop went without a turn because of a task.
   std::chrono::nanoseconds longestRun() const { return longestRun_; }
-  // The verdict for the running task; false when no task runs.
+  // The verdict for the current run, by its task's slice; false outside a run.
   bool shouldYield() const;
   bool idle() const { return scheduledCount_ == 0; }
 
@@ -120,6 +120,10 @@ class TaskScheduler {
   uint64_t scheduledCount_ = 0;
   uint64_t liveTasks_ = 0;
   Task* running_ = nullptr;
+  // A run lasts until its task returns, even when the task destroyed itself:
+  // what it calls afterwards still yields on the run's slice.
+  bool inRun_ = false;
+  std::chrono::nanoseconds runSlice_{0};
   std::chrono::nanoseconds runStart_{0};
   std::chrono::nanoseconds longestRun_{0};
 };
