@@ -1,6 +1,7 @@
 #include "Tunnel/multicast/MulticastTunnelTableEntry.h"
 
 #include <cstring>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -34,8 +35,9 @@ void MulticastTunnelTableEntry::serialize(void* buffer) const {
   RecordWriter w(buffer, serializeLen());
   w.put(tunnelId_);
   w.put(static_cast<uint32_t>(tunnelType_));
-  w.put(mcastTreeId_.serializeLen());
-  mcastTreeId_.serialize(static_cast<char*>(buffer) + kFixedRecordLen);
+  std::string_view const name = mcastTreeId_.name();
+  w.put(static_cast<uint32_t>(name.size()));
+  std::memcpy(static_cast<char*>(buffer) + kFixedRecordLen, name.data(), name.size());
 }
 
 uint32_t MulticastTunnelTableEntry::baseRecordLen(void const* buffer, unsigned length) {
@@ -44,10 +46,8 @@ uint32_t MulticastTunnelTableEntry::baseRecordLen(void const* buffer, unsigned l
   r.get<uint32_t>();
   uint32_t const varLen = r.get<uint32_t>();
   if (!r.ok()) return 0;
-  uint32_t const treeLen = MulticastTreeId::recordLen(static_cast<char const*>(buffer) + r.offset(),
-                                                      length - r.offset());
-  if (treeLen == 0 || treeLen != varLen) return 0;
-  return kFixedRecordLen + treeLen;
+  if (varLen > MulticastTreeId::kMaxNameLen || varLen > length - kFixedRecordLen) return 0;
+  return kFixedRecordLen + varLen;
 }
 
 void MulticastTunnelTableEntry::deserialize(void const* buffer, unsigned length) {
@@ -61,7 +61,8 @@ void MulticastTunnelTableEntry::deserialize(void const* buffer, unsigned length)
   tunnelId_ = r.get<TunnelId>();
   tunnelType_ = static_cast<TunnelType>(r.get<uint32_t>());
   uint32_t const varLen = r.get<uint32_t>();
-  mcastTreeId_.deserialize(static_cast<char const*>(buffer) + kFixedRecordLen, varLen);
+  mcastTreeId_ =
+      MulticastTreeId(std::string_view(static_cast<char const*>(buffer) + kFixedRecordLen, varLen));
 }
 
 void MulticastTunnelTableEntry::appendBaseText(Zent::ValueText& text) const {
@@ -150,6 +151,10 @@ StaticMcastTunnelTableEntry::StaticMcastTunnelTableEntry(Zent::String::IteratorC
   noStringConstructor(
       "\"No String constructor for StaticMcastTunnelTableEntry - has collection\" == nullptr",
       __func__);
+}
+
+StaticMcastTunnelTableEntry::operator bool() const {
+  return *this != StaticMcastTunnelTableEntry(tunnelId());
 }
 
 // ---- MldpTunnelRibEntry ----

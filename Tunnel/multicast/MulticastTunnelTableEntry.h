@@ -22,13 +22,14 @@
 namespace Tunnel::TunnelTable {
 
 // Record: tunnelId (8 bytes), tunnelType (u32), the length of the variable
-// part (u32, the fourth 32-bit word), then the variable part: the tree id's
-// record (its length byte, then its name).
+// part (u32, the fourth 32-bit word), then the variable part: the tree's name.
+// The fourth word is the name's only length, so an unnamed tree takes no byte
+// and 600 vias fill the tables' bound exactly.
 class MulticastTunnelTableEntry {
  public:
   static constexpr uint32_t kFixedRecordLen = 16;
   static constexpr uint32_t kMaxRecordLen =
-      kFixedRecordLen + Routing::Multicast::MulticastTreeId::kRecordSize;
+      kFixedRecordLen + Routing::Multicast::MulticastTreeId::kMaxNameLen;
 
   MulticastTunnelTableEntry() = default;
   MulticastTunnelTableEntry(TunnelId tunnelId, TunnelType tunnelType,
@@ -49,7 +50,9 @@ class MulticastTunnelTableEntry {
                                           MulticastTunnelTableEntry const& b);
   uint32_t hash(uint32_t seed = 0) const;
 
-  uint32_t serializeLen() const { return kFixedRecordLen + mcastTreeId_.serializeLen(); }
+  uint32_t serializeLen() const {
+    return kFixedRecordLen + static_cast<uint32_t>(mcastTreeId_.name().size());
+  }
   void serialize(void* buffer) const;
   // The base record's length, or 0 when `length` bytes hold no valid one.
   static uint32_t baseRecordLen(void const* buffer, unsigned length);
@@ -170,6 +173,8 @@ class StaticMcastTunnelTableEntry : public MplsMulticastTunnelTableEntry {
   friend std::ostream& operator<<(std::ostream& os, StaticMcastTunnelTableEntry const& e) {
     return os << e.stringValue();
   }
+  // Empty like an MLDP entry: nothing but its tunnel id and its own type.
+  explicit operator bool() const;
 };
 
 // The base fields of a multicast tunnel, without vias. Parses from its text.

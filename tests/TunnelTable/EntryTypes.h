@@ -17,6 +17,7 @@
 #include "Tunnel/TunnelTable/RsvpLerEntry.h"
 #include "Tunnel/TunnelTable/SbfdSessionEntry.h"
 #include "Tunnel/TunnelTable/StaticEntries.h"
+#include "Tunnel/multicast/MulticastTunnelTableEntry.h"
 #include "tests/net/RandomValues.h"
 
 namespace Tunnel::TunnelTable::test {
@@ -118,6 +119,33 @@ struct EntryTraits {
     FieldWalk::forEach<T>([&](auto const& fd) { r.fill(e.*fd.member, full); });
   }
   // A small entry: a few fields set and at most a few array elements.
+  static T small() {
+    T e;
+    EntryRng r(7);
+    randomize(e, r, false);
+    return e;
+  }
+};
+
+// The multicast entries. Their tables' bound leaves no room for a tree name
+// beside 600 vias, so a full entry has an unnamed tree. The type stays below
+// mldpTunnel: an MLDP entry of that type and nothing else counts as empty.
+template <typename T>
+requires std::is_base_of_v<MulticastTunnelTableEntry, T>
+struct EntryTraits<T> {
+  static void randomize(T& e, EntryRng& r, bool full) {
+    e.tunnelIdIs(r.tunnelId());
+    e.tunnelTypeIs(static_cast<TunnelType>(r.below(mldpTunnel)));
+    e.mcastTreeIdIs(full ? Routing::Multicast::MulticastTreeId() : r.treeId());
+    if constexpr (requires { e.viaDelAll(); }) {
+      e.viaDelAll();
+      for (uint32_t i = 0, n = r.count(full, MplsViaArray::capacity); i < n; ++i) {
+        MplsVia v;
+        r.fill(v, full);
+        e.viaIs(i, v);
+      }
+    }
+  }
   static T small() {
     T e;
     EntryRng r(7);

@@ -8,6 +8,7 @@
 
 #include "Tunnel/TunnelMount/TunnelMount.h"
 #include "Tunnel/TunnelTable/Tables.h"
+#include "Tunnel/multicast/MulticastTables.h"
 #include "tests/TunnelTable/EntryTypes.h"
 #include "tests/shmem/ShmTestUtil.h"
 
@@ -25,7 +26,7 @@ struct AfterFirst {
   using type = ::testing::Types<Tables...>;
 };
 #define TABLE_TYPE(Class, ...) , Class
-using AllTables = AfterFirst<void TUNNEL_TABLES(TABLE_TYPE)>::type;
+using AllTables = AfterFirst<void TUNNEL_TABLES_ALL(TABLE_TYPE)>::type;
 #undef TABLE_TYPE
 TYPED_TEST_SUITE(TableContractTest, AllTables);
 
@@ -40,7 +41,8 @@ typename Table::EntryType bigEntry(TunnelType type, uint64_t i, uint64_t gen) {
     info.vniIs(static_cast<uint32_t>(gen));
     return Entry(id, info);
   } else {
-    Entry e(id);
+    Entry e;
+    if constexpr (std::is_constructible_v<Entry, TunnelId>) e = Entry(id);  // its type's defaults
     EntryRng rng(i * 1000 + gen);
     EntryTraits<Entry>::randomize(e, rng, true);
     e.tunnelIdIs(id);

@@ -21,11 +21,12 @@ struct TupleOf<List<Ts...>> {
 };
 
 // Every entry type of the contract suite, so that a new one is fuzzed too,
-// then the FIB's two variable-length records and the RIB entry.
+// then the FIB's two variable-length records, the RIB entry and the multicast
+// entry (whose MLDP and static kinds share its record).
 using FuzzedEntryTypes = decltype(std::tuple_cat(
     std::declval<TupleOf<test::AllEntryTypes>::type>(),
-    std::declval<
-        std::tuple<TunnelFib::TunnelFibEntry, TunnelFib::LabelStackEncap, TunnelRibEntry>>()));
+    std::declval<std::tuple<TunnelFib::TunnelFibEntry, TunnelFib::LabelStackEncap, TunnelRibEntry,
+                            MplsMulticastTunnelTableEntry>>()));
 // deserializeLen reports the table's slot for any valid record, not its length.
 template <typename T>
 inline constexpr bool kReportsSlot =

@@ -1,7 +1,10 @@
 // The entity binding of shared-memory tables: a small mountable entity with
 // one collection, written the way the library's tables are, mounted through
 // the mount service as writer, key shadow, value shadow or plain reader.
+#include <algorithm>
 #include <filesystem>
+#include <map>
+#include <numeric>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -237,6 +240,137 @@ TEST_F(ZentTamselTest, KeysResumeFromABookmarkInAStableOrder) {
   } while (!page.empty());
   EXPECT_EQ(resumed, all);
   EXPECT_EQ(w->map().keys(), all);  // the writer's order is the same
+}
+
+// Scans cut after every key, by the table's local writer, by its mounted
+// writer, and by a reader whose writer is a child taking orders through a
+// pipe: each order is a key and a payload length, or one of these.
+constexpr int32_t kDel = -1, kRestart = -2, kQuit = -3;
+struct Order {
+  uint64_t id;
+  int32_t len;
+};
+
+class ZentTamselScanTest : public ZentTamselTest,
+                           public ::testing::WithParamInterface<std::string> {
+ protected:
+  void SetUp() override {
+    ZentTamselTest::SetUp();
+    if (GetParam() == "local") {
+      scanned_ = writer_ = Zent::newEntity<TestTable>("local");
+    } else if (GetParam() == "writer") {
+      scanned_ = writer_ = mountTable(mount, writerInfo());
+    } else {
+      child_ = forkChild([&] {
+        writer_ = mountTable(mount, writerInfo());
+        done_.signal();
+        Order o;
+        while (::read(orders_.fds[0], &o, sizeof o) == sizeof o && o.len != kQuit) {
+          apply(o);
+          done_.signal();
+        }
+        return true;
+      });
+      ASSERT_TRUE(done_.wait());
+      scanned_ = mountTable(mount, MountInfo(ZentTamsel::reader()));
+    }
+    for (uint64_t k = 0; k < 30; ++k) order({k, static_cast<int32_t>(k % 5 * 40)});
+  }
+  void TearDown() override {
+    if (child_) {
+      order({0, kQuit});
+      EXPECT_EQ(waitChild(child_), 0);
+    }
+    scanned_ = writer_ = nullptr;
+    ZentTamselTest::TearDown();
+  }
+  void apply(Order o) {
+    if (o.len == kDel) {
+      writer_->entryDel(TestKey{o.id});
+    } else if (o.len == kRestart) {
+      writer_->tamselUnmount();
+      writer_ = mountTable(mount, writerInfo());
+    } else {
+      writer_->entryIs(rec(o.id, std::string(o.len, 'p')));
+    }
+  }
+  void order(Order o) {
+    if (!child_) {
+      apply(o);
+      scanned_ = writer_;  // a restart mounts a new writer
+      return;
+    }
+    ASSERT_EQ(::write(orders_.fds[1], &o, sizeof o), static_cast<ssize_t>(sizeof o));
+    if (o.len != kQuit) {
+      ASSERT_TRUE(done_.wait());
+    }
+  }
+  // Runs of one key each until the pass ends; `between` runs after each run.
+  std::vector<uint64_t> pass(std::function<void()> between = {}, bool removeTaken = false) {
+    std::vector<uint64_t> seen;
+    TestKey next;
+    for (int runs = 0; runs < 100; ++runs) {
+      bool const ended = scanned_->map().scan(cursor_, next, [&](TestKey const& k) {
+        seen.push_back(k.id);
+        if (removeTaken) scanned_->entryDel(k);
+        return false;
+      });
+      if (ended) return seen;
+      if (between) between();
+    }
+    ADD_FAILURE() << "the pass did not end";
+    return seen;
+  }
+  static std::vector<uint64_t> sorted(std::vector<uint64_t> v) {
+    std::sort(v.begin(), v.end());
+    return v;
+  }
+  static std::vector<uint64_t> range(uint64_t n) {
+    std::vector<uint64_t> v(n);
+    std::iota(v.begin(), v.end(), 0);
+    return v;
+  }
+
+  Zent::Ptr<TestTable> writer_, scanned_;
+  ZentTamsel::ZentTamselMap<TestKey, TestRecord, TestKeyOf>::ScanCursor cursor_;
+  pid_t child_ = 0;
+  Pipe orders_, done_;
+};
+INSTANTIATE_TEST_SUITE_P(Tables, ZentTamselScanTest,
+                         ::testing::Values("local", "writer", "reader"));
+
+TEST_P(ZentTamselScanTest, EveryKeyIsTakenOnceAndKeysThatStayOutliveChurn) {
+  EXPECT_EQ(sorted(pass()), range(30));
+  // Odd keys are removed, rewritten larger and written back; new keys come.
+  uint64_t step = 0;
+  auto const seen = pass([&] {
+    if (step == 30) return;  // new keys ahead of the cursor would outrun it
+    order({100 + step, 8});
+    order({step % 15 * 2 + 1, kDel});
+    order({(step + 7) % 15 * 2 + 1, static_cast<int32_t>(step % 4 * 60)});
+    ++step;
+  });
+  std::map<uint64_t, int> times;
+  for (uint64_t k : seen) ++times[k];
+  for (uint64_t k = 0; k < 30; k += 2) EXPECT_EQ(times[k], 1) << k;
+  for (auto [k, n] : times) EXPECT_TRUE(k < 30 || (k >= 100 && k < 100 + step)) << k;
+}
+
+TEST_P(ZentTamselScanTest, TheScanMayRemoveTheKeyItIsGiven) {
+  if (child_) GTEST_SKIP() << "a reader removes nothing";
+  EXPECT_EQ(sorted(pass({}, true)), range(30));
+  EXPECT_EQ(scanned_->map().size(), 0u);
+}
+
+TEST_P(ZentTamselScanTest, ACursorOfAnotherWriterStartsOver) {
+  if (GetParam() == "local") GTEST_SKIP() << "a local table has no other writer";
+  int runs = 0;
+  auto const seen = pass([&] {
+    if (++runs == 5) order({0, kRestart});
+  });
+  // Five keys under the first writer, then all of them under the second.
+  ASSERT_EQ(seen.size(), 35u);
+  EXPECT_EQ(sorted({seen.begin() + 5, seen.end()}), range(30));
 }
 
 TEST_F(ZentTamselTest, CorruptRecordIsReportedToReadersAndStopsTheWriterMutator) {
