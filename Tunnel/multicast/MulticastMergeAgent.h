@@ -49,7 +49,10 @@ struct MulticastMergeStatusRecord {
   uint64_t mldpEntries = 0;
   uint64_t staticEntries = 0;
   uint64_t mergedEntries = 0;
-  int64_t longestRunNs = 0;  // of any scan or reconciliation task run
+  // The longest run a scan or reconciliation task recorded; the scheduler
+  // records no run in which a task ends itself, so a scan done in one run
+  // leaves this at 0.
+  int64_t longestRunNs = 0;
   int64_t yieldTimeNs = 0;
 
   MulticastMergeStatusKey keyOf() const { return key; }
