@@ -163,5 +163,40 @@ TEST_F(MergeProcessTest, KilledMidScanAndRestartedEndsEqualToTheMergeOfItsInputs
   mount_.doUnmount(Zent::String(MplsMulticastTunnelTable::kMountPath));
 }
 
+// An input without a file yet is waited for, not taken as empty: taken as
+// empty, the reconciliation would remove what the late producer still holds.
+TEST(MergeAgentTest, WaitsForAMissingInputAndLeavesTheOutputUntilItComes) {
+  TamselTest::StateRoot root;
+  ZentTamsel::MountRegistry registry;
+  ZentTamsel::Mount mount(Zent::String(root.path()), registry);
+  TunnelTableMounter mounter(mount);
+  TunnelId const id = mcastId(staticMcastTunnel, 1);
+  auto merged = mountMplsMulticastTunnelTable(mount, ZentTamsel::writer());
+  merged->entryIs(tree<MplsMulticastTunnelTableEntry>(id, 1));
+  merged = nullptr;
+  mount.doUnmount(Zent::String(MplsMulticastTunnelTable::kMountPath));
+  auto mldp = mounter.mountWriter(TunnelTableIdentifier::mldpTunnelTable);
+
+  Rivy::EventLoop loop;
+  MulticastMergeOptions o;
+  o.inputRetry = std::chrono::milliseconds(1);
+  MulticastMergeAgent agent(root.path(), loop, o);
+  for (int i = 0; i < 20; ++i) loop.runOnce(2);
+  EXPECT_EQ(agent.phase(), MulticastMergePhase::waitingForInputs);
+  EXPECT_EQ(agent.status().mergedEntries, 1u);
+
+  auto statics = Zent::dynamicPtrCast<StaticMcastTunnelTable>(
+      mounter.mountWriter(TunnelTableIdentifier::staticMcastTunnelTable));
+  statics->entryIs(tree<StaticMcastTunnelTableEntry>(id, 2));
+  for (int i = 0; i < 2000 && !agent.status().ready(); ++i) loop.runOnce(5);
+  ASSERT_TRUE(agent.status().ready());
+  EXPECT_EQ(agent.mergedTable()->entry(id), statics->entry(id));
+  EXPECT_EQ(agent.status().reconciledDeletes, 0u);
+  mldp = nullptr;
+  statics = nullptr;
+  mounter.unmount(TunnelTableIdentifier::mldpTunnelTable);
+  mounter.unmount(TunnelTableIdentifier::staticMcastTunnelTable);
+}
+
 }  // namespace
 }  // namespace Tunnel::TunnelTable
