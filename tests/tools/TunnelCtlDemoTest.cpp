@@ -48,6 +48,11 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   EXPECT_NE(resolve.out.find("verdict: 2 flattened vias"), std::string::npos) << resolve.out;
   // And the RIBs, with every candidate of an endpoint ranked.
   EXPECT_NE(kept.out.find("calculation afresh from the tables: match"), std::string::npos);
+  EXPECT_NE(kept.out.find("merge ready: yes; equal to the merge of the inputs: match"),
+            std::string::npos);
+  auto multicast = run({"multicast", "--root", root()});  // checked afresh by the tool too
+  EXPECT_EQ(multicast.code, 0) << multicast.err;
+  EXPECT_NE(multicast.out.find("(static overrides MLDP): match"), std::string::npos);
   auto rib = run({"rib", "--root", root()});
   EXPECT_EQ(rib.code, 0) << rib.err;
   EXPECT_NE(rib.out.find("tunnelRib at tunnel/rib/tunnelRib: "), std::string::npos) << rib.out;
@@ -80,9 +85,9 @@ TEST_F(TunnelCtlDemoTest, InterruptStopsEveryProcessAndCleansTheRoot) {
   }
   auto r = demo.stop(SIGINT);
   EXPECT_EQ(r.code, 1) << r.err;
-  // Five with a progress line, and the FIB's writer.
-  EXPECT_NE(r.out.find("interrupted: stopped 6 processes"), std::string::npos) << r.out;
-  EXPECT_EQ(children.size(), 5u) << r.out;
+  // Eight with a progress line, and the FIB's writer.
+  EXPECT_NE(r.out.find("interrupted: stopped 9 processes"), std::string::npos) << r.out;
+  EXPECT_EQ(children.size(), 8u) << r.out;
   for (pid_t p : children) EXPECT_NE(::kill(p, 0), 0) << "demo process " << p << " still runs";
   EXPECT_FALSE(std::filesystem::exists(root()));
 }

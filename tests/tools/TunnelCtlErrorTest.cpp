@@ -29,6 +29,7 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"resolve", "bgpLuTunnel:1"}), "no tunnel FIB under"},
       {withRoot({"rib"}), "no tunnel RIB under " + root_.path()},
       {withRoot({"rib", "--color", "3"}), "no colored tunnel RIB under"},
+      {withRoot({"multicast"}), "no MPLS multicast table under " + root_.path()},
       {withRoot({"demo", "--tunnels", "10", "--seconds", "0.1"}),
        "state root " + root_.path() + " is in use"},
       {{}, ""},
@@ -45,6 +46,7 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"rib", "--candidates"}), ""},
       {withRoot({"rib", "10.0.0.300/32"}), ""},
       {withRoot({"demo", "--tunnels", "0"}), ""},
+      {withRoot({"multicast", "mldpTunnel"}), ""},
   };
   for (auto const& [args, message] : cases) {
     auto r = run(args);
@@ -52,8 +54,8 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
     EXPECT_TRUE(!r.err.empty() && has(r.err, message)) << r.err;
   }
   EXPECT_TRUE(ldp_->entryHas(ldpId(1)));
-  for (std::string cmd :
-       {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist", "rib", "demo"}) {
+  for (std::string cmd : {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist",
+                          "rib", "multicast", "demo"}) {
     auto r = cmd.empty() ? run({"--help"}) : run({cmd, "--help"});
     EXPECT_EQ(r.code, 0) << cmd;
     EXPECT_TRUE(has(r.out, "Usage:")) << cmd << r.out;

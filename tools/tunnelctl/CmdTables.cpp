@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Tunnel/TunnelTable/TunnelRib.h"
+#include "Tunnel/multicast/MulticastMergeAgent.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/TableAccess.h"
 
@@ -75,6 +76,10 @@ const Published kPublished[] = {
     {"coloredTunnelRib", Tunnel::TunnelTable::ColoredTunnelRib::kMountPath, "tunnelRibEntry",
      Tunnel::TunnelTable::TunnelRibEntry::kTypeName, "colored tunnel RIB",
      "tunnelctl rib --colored"},
+    {"mergeStatus", Tunnel::TunnelTable::MulticastMergeAgent::kStatusPath,
+     Tunnel::TunnelTable::MulticastMergeAgent::kStatusCollection,
+     Tunnel::TunnelTable::MulticastMergeStatusRecord::kTypeName, "multicast merge status",
+     "tunnelctl multicast"},
 };
 
 }  // namespace
@@ -85,8 +90,8 @@ int runTables(TablesOptions const& o) {
     printJson(tables);
   } else {
     printTable(o.root, tables);
-    // The FIB and the RIBs are no tunnel tables, but they are what people
-    // look for next.
+    // The FIB, the RIBs and the merge status are no tunnel tables, but they
+    // are what people look for next.
     for (Published const& p : kPublished) {
       if (!hasPublished(o.root, p.path, p.collection)) continue;
       try {

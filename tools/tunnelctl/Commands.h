@@ -81,6 +81,14 @@ struct RibOptions {
 };
 int runRib(RibOptions const& o);
 
+// The multicast tables, the merge agent's status and a check of the merged
+// table against its inputs.
+struct MulticastOptions {
+  std::string root = kDefaultStateRoot;
+  bool json = false;
+};
+int runMulticast(MulticastOptions const& o);
+
 struct DemoOptions {
   std::string root = kDefaultStateRoot;
   uint32_t tunnels = 10000;

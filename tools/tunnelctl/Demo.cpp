@@ -1,5 +1,6 @@
-// tunnelctl demo: starts the producers (of three tables and of the FIB), the
-// consumer and the RIB calculator as child processes, shows their progress,
+// tunnelctl demo: starts the producers (of three tables, of the FIB and of
+// the two multicast tables), the consumer, the RIB calculator and the
+// multicast merge agent as child processes, shows their progress,
 // stops them when the consumer and the calculator have checked what they
 // keep, prints the summary and removes the tables (unless --keep).
 // Interrupted, it stops every child it started and cleans up the same way.
@@ -21,6 +22,7 @@
 #include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/ZentTamsel/Mount.h"
 #include "tools/tunnelctl/DemoFib.h"
+#include "tools/tunnelctl/DemoMulticast.h"
 #include "tools/tunnelctl/DemoRib.h"
 #include "tools/tunnelctl/SignalStop.h"
 #include "tools/tunnelctl/TableAccess.h"
@@ -43,6 +45,7 @@ std::vector<std::string> demoTablePaths() {
   for (RedistProtocol p : kRedistProtocols) paths.push_back("tunnel/table/" + tableNameOf(p));
   paths.push_back(Tunnel::TunnelFib::TunnelFib::kMountPath);
   for (auto const* p : kRibPaths) paths.push_back(p);
+  for (auto const* p : kMulticastPaths) paths.push_back(p);
   return paths;
 }
 
@@ -78,7 +81,7 @@ void removeTables(std::string const& root) {
   }
   // Only directories left empty go.
   for (auto const& dir : {root + "/tunnel/table", root + "/tunnel/rib", root + "/tunnel/cli",
-                          root + "/tunnel", root}) {
+                          root + "/tunnel/multicast", root + "/tunnel", root}) {
     ::rmdir(dir.c_str());
   }
 }
@@ -136,15 +139,9 @@ void stopAll(std::vector<Child>& children, bool terminate) {
 // all is well. The consumer ends by itself, with status 0, when it is done.
 std::string failureOf(SharedRegion const& region, std::vector<Child> const& children) {
   for (auto const& c : children) {
-    bool fib = c.slot == kFibWriter, rib = c.slot == kRibCalc;
-    ProcStatus const& p = fib   ? region.header().fibProducer
-                          : rib ? region.header().ribCalc
-                                : region.header().proc[c.slot];
-    std::string who = fib   ? std::string("FIB producer")
-                      : rib ? std::string("RIB calculator")
-                      : c.slot == kConsumer
-                          ? std::string("consumer")
-                          : "producer " + std::string(keyword(kRedistProtocols[c.slot]));
+    bool fib = c.slot == kFibWriter;
+    ProcStatus const& p = fib ? region.header().fibProducer : statusOf(region, c.slot);
+    std::string who = fib ? std::string("FIB producer") : processName(c.slot);
     if (p.phaseNow() == Phase::failed) return fmt::format("{}: {}", who, p.message);
     if (!c.running && (c.slot != kConsumer || c.status != 0)) {
       return fmt::format("{} (pid {}) ended early with status {}", who, c.pid, c.status);
@@ -199,9 +196,11 @@ class Progress {
   bool drawn_ = false;
   int64_t start_ = nowNs();
   int64_t last_;
-  // The processes with a progress line: producers, consumer, RIB calculator.
-  static constexpr int kSlots[] = {0, 1, 2, kConsumer, kRibCalc};
-  uint64_t lastWrites_[kRibCalc + 1] = {};
+  // The processes with a progress line: producers, consumer, RIB calculator,
+  // the multicast producers and the merge agent.
+  static constexpr int kSlots[] = {
+      0, 1, 2, kConsumer, kRibCalc, kMldpProducer, kStaticMcastProducer, kMergeAgent};
+  uint64_t lastWrites_[kMergeAgent + 1] = {};
 };
 
 }  // namespace
@@ -226,6 +225,10 @@ int runDemo(DemoOptions const& o) {
   }
   children.push_back(spawn(kFibWriter, [&] { return runFibProducer(region, o); }));
   children.push_back(spawn(kRibCalc, [&] { return runRibCalculator(region, o); }));
+  for (int slot : {kMldpProducer, kStaticMcastProducer}) {
+    children.push_back(spawn(slot, [&, slot] { return runMulticastProducer(region, slot, o); }));
+  }
+  children.push_back(spawn(kMergeAgent, [&] { return runMergeAgent(region, o); }));
   // Last: the demo ends when the consumer does.
   children.push_back(spawn(kConsumer, [&] { return runConsumer(region, o); }));
 
@@ -234,8 +237,10 @@ int runDemo(DemoOptions const& o) {
   while (!stopRequested()) {
     for (auto& c : children) reap(c, false);
     failure = failureOf(region, children);
-    // Done when the consumer has ended and the RIB calculator has checked.
-    if (!failure.empty() || (!children.back().running && h.ribCalc.phaseNow() == Phase::done)) {
+    // Done when the consumer has ended and the RIB calculator and the merge
+    // agent have checked.
+    if (!failure.empty() || (!children.back().running && h.ribCalc.phaseNow() == Phase::done &&
+                             h.mergeAgent.phaseNow() == Phase::done)) {
       break;
     }
     progress.show(false);
@@ -257,7 +262,7 @@ int runDemo(DemoOptions const& o) {
     return kExitRuntime;
   }
   printSummary(region, o, commandPath(), o.root == kDefaultStateRoot ? "" : " --root " + o.root);
-  bool match = h.rib.matches.load() != 0;
+  bool match = h.rib.matches.load() != 0 && h.multicast.matches.load() != 0;
   for (auto const& r : h.result) match = match && r.matchesTable.load() && r.matchesProducer.load();
   return match ? kExitOk : kExitRuntime;
 }

@@ -15,10 +15,12 @@ namespace TunnelCtl::Demo {
 int runProducer(SharedRegion const& region, RedistProtocol protocol, DemoOptions const& o);
 int runConsumer(SharedRegion const& region, DemoOptions const& o);
 
-// The status of process `slot` (a producer's index, kConsumer or kRibCalc).
+// The status of process `slot`: a producer's index, kConsumer, kRibCalc or a
+// multicast process (kMldpProducer, kStaticMcastProducer, kMergeAgent).
 ProcStatus const& statusOf(SharedRegion const& region, int slot);
-// The progress line of process `slot` (a producer's index, kConsumer or
-// kRibCalc).
+// "consumer", "producer ldp", "merge agent", ...
+std::string processName(int slot);
+// The progress line of process `slot`.
 // `rate` is the writes (or notifications) per second since the last line.
 std::string progressLine(SharedRegion const& region, int slot, double rate);
 // The closing report. `bin` is how to call tunnelctl from here and

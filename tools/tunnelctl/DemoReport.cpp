@@ -5,6 +5,7 @@
 
 #include "tools/tunnelctl/Demo.h"
 #include "tools/tunnelctl/DemoFib.h"
+#include "tools/tunnelctl/DemoMulticast.h"
 #include "tools/tunnelctl/TunnelIdText.h"
 
 namespace TunnelCtl::Demo {
@@ -43,20 +44,50 @@ std::string grouped(uint64_t n) {
 }
 
 ProcStatus const& statusOf(SharedRegion const& region, int slot) {
-  return slot == kRibCalc ? region.header().ribCalc : region.header().proc[slot];
+  SharedHeader const& h = region.header();
+  switch (slot) {
+    case kRibCalc:
+      return h.ribCalc;
+    case kMldpProducer:
+    case kStaticMcastProducer:
+      return h.mcast[slot - kMldpProducer];
+    case kMergeAgent:
+      return h.mergeAgent;
+    default:
+      return h.proc[slot];
+  }
+}
+
+std::string processName(int slot) {
+  switch (slot) {
+    case kConsumer:
+      return "consumer";
+    case kRibCalc:
+      return "RIB calculator";
+    case kMldpProducer:
+      return "producer mldp";
+    case kStaticMcastProducer:
+      return "producer static-mc";
+    case kMergeAgent:
+      return "merge agent";
+    default:
+      return fmt::format("producer {}", keyword(kRedistProtocols[slot]));
+  }
 }
 
 std::string progressLine(SharedRegion const& region, int slot, double rate) {
   ProcStatus const& s = statusOf(region, slot);
   Phase phase = s.phaseNow();
-  std::string who = slot == kConsumer ? std::string("consumer")
-                    : slot == kRibCalc
-                        ? std::string("RIB calculator")
-                        : fmt::format("producer {}", keyword(kRedistProtocols[slot]));
-  std::string head = fmt::format("{:<17} pid {:<7} {:<10}", who, s.pid.load(), phaseText(phase));
+  std::string head =
+      fmt::format("{:<18} pid {:<7} {:<10}", processName(slot), s.pid.load(), phaseText(phase));
   if (phase == Phase::failed) return head + " " + s.message;
   if (slot == kRibCalc) {
     return fmt::format("{} {:>9} notifications {:>9}/s   tunnel RIB {} endpoints", head,
+                       grouped(s.writes.load()), grouped(static_cast<uint64_t>(rate)),
+                       grouped(s.tunnels.load()));
+  }
+  if (slot == kMergeAgent) {
+    return fmt::format("{} {:>9} merged        {:>9}/s   multicast table {} tunnels", head,
                        grouped(s.writes.load()), grouped(static_cast<uint64_t>(rate)),
                        grouped(s.tunnels.load()));
   }
@@ -72,8 +103,11 @@ std::string progressLine(SharedRegion const& region, int slot, double rate) {
 void printSummary(SharedRegion const& region, DemoOptions const& o, std::string const& bin,
                   std::string const& rootOption) {
   SharedHeader const& h = region.header();
-  fmt::print("\nSummary: 3 producers and 1 consumer, {} tunnels per table, {:.1f} s of churn\n\n",
-             grouped(o.tunnels), o.seconds);
+  fmt::print(
+      "\nSummary: 3 producers and 1 consumer, {} tunnels per table ({} per multicast table), "
+      "{:.1f} "
+      "s of churn\n\n",
+      grouped(o.tunnels), grouped(multicastTunnels(o)), o.seconds);
   fmt::print("  {:<8} {:>8} {:>10} {:>14} {:>14} {:>8} {:>14}  {}\n", "table", "tunnels", "writes",
              "churn writes/s", "redist entries", "members", "notifications", "matches");
   uint64_t tunnels = 0, writes = 0, entries = 0, members = 0, notifications = 0;
@@ -126,6 +160,13 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
       grouped(rib.candidates.load()), grouped(h.ribCalc.writes.load()),
       grouped(rib.computations.load()), grouped(rib.ribWrites.load()),
       rib.matches.load() ? "match" : "MISMATCH");
+  MulticastResult const& mc = h.multicast;
+  fmt::print(
+      "  multicast: mldpTunnel {} entries, staticMcast {} ({} overriding MLDP), mplsMulticast {}; "
+      "merge ready: {}; equal to the merge of the inputs: {}\n",
+      grouped(mc.mldpEntries.load()), grouped(mc.staticEntries.load()),
+      grouped(mc.overrides.load()), grouped(mc.mergedEntries.load()), yesNo(mc.ready.load()),
+      mc.matches.load() ? "match" : "MISMATCH");
   fmt::print("  consumer configuration equals what the producers' tables imply: {}\n\n",
              all ? "match" : "MISMATCH");
   if (o.keep) {
@@ -153,6 +194,7 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
   }
   fmt::print("  {} rib{}\n", bin, rootOption);
   fmt::print("  {} rib {} --candidates{}\n", bin, h.rib.sampleEndpoint, rootOption);
+  fmt::print("  {} multicast{}\n", bin, rootOption);
   fmt::print("  {} counters ldp{}\n", bin, rootOption);
   fmt::print("  {} redist isis-sr{}\n", bin, rootOption);
 }

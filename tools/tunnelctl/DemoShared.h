@@ -15,6 +15,11 @@ inline constexpr int kProducers = 3;  // LDP, IS-IS SR, BGP-LU, in RedistProtoco
 inline constexpr int kConsumer = 3;   // the slot of the consumer's status
 inline constexpr int kFibWriter = 4;  // the FIB's writer: SharedHeader::fibProducer
 inline constexpr int kRibCalc = 5;    // the RIB calculator: SharedHeader::ribCalc
+// The multicast processes: SharedHeader::mcast[0] (MLDP), mcast[1] (static)
+// and mergeAgent.
+inline constexpr int kMldpProducer = 6;
+inline constexpr int kStaticMcastProducer = 7;
+inline constexpr int kMergeAgent = 8;
 
 enum class Phase : uint32_t {
   starting,
@@ -83,6 +88,17 @@ struct RibResult {
   char sampleEndpoint[64] = {};  // an endpoint with the most candidates, for `rib --candidates`
 };
 
+// The merge agent's findings, checked once both multicast producers are done.
+struct MulticastResult {
+  std::atomic<uint64_t> mldpEntries{0};
+  std::atomic<uint64_t> staticEntries{0};
+  std::atomic<uint64_t> overrides{0};  // static entries under an MLDP tunnel id
+  std::atomic<uint64_t> mergedEntries{0};
+  std::atomic<uint64_t> merges{0};
+  std::atomic<uint32_t> ready{0};
+  std::atomic<uint32_t> matches{0};  // equal to the merge of the inputs, made afresh
+};
+
 struct SharedHeader {
   ProcStatus proc[kProducers + 1];
   // The FIB's writer: tunnels counts its entries, entries its encapsulations.
@@ -91,6 +107,11 @@ struct SharedHeader {
   // The RIB calculator: writes counts notifications, tunnels RIB entries.
   ProcStatus ribCalc;
   RibResult rib;
+  // Multicast producers: tunnels counts table entries, writes their writes.
+  ProcStatus mcast[2];
+  // The merge agent: writes counts entries merged, tunnels the merged table.
+  ProcStatus mergeAgent;
+  MulticastResult multicast;
   ProtocolResult result[kProducers];
   LatencyResult loadLatency;
   LatencyResult churnLatency;

@@ -1,9 +1,9 @@
 // tunnelctl: the operator's view of the shared-memory tunnel tables under a
 // state root: which tables there are, their entries, their changes as they
 // happen, their writers' counters, the redistribution they imply, the tunnel
-// FIB and how its tunnels resolve, the tunnel RIB and its candidates, and a
-// demo
-// that runs producers and a consumer against each other.
+// FIB and how its tunnels resolve, the tunnel RIB and its candidates, the
+// multicast merge, and a demo that runs producers and consumers against each
+// other.
 
 #include <CLI/CLI.hpp>
 
@@ -34,6 +34,10 @@ int main(int argc, char** argv) {
   CLI::App app{"The operator's view of shared-memory tunnel tables.", "tunnelctl"};
   app.require_subcommand(1);
   app.footer("Run 'tunnelctl COMMAND --help' for a command's options.");
+  // A mistake on the command line is one line, like every other message.
+  app.failure_message([](CLI::App const*, CLI::Error const& e) {
+    return std::string("tunnelctl: ") + e.what() + " (--help tells more)\n";
+  });
 
   TablesOptions tables;
   auto* tablesCmd = app.add_subcommand("tables", "List every table under the state root");
@@ -101,10 +105,18 @@ int main(int argc, char** argv) {
   ribCmd->add_flag("--json", rib.json, "As JSON");
   addRoot(ribCmd, rib.root);
 
+  MulticastOptions multicast;
+  auto* multicastCmd = app.add_subcommand(
+      "multicast",
+      "The multicast tables, the merge agent's status and whether the merge matches its inputs");
+  multicastCmd->add_flag("--json", multicast.json, "As JSON");
+  addRoot(multicastCmd, multicast.root);
+
   DemoOptions demo;
   auto* demoCmd = app.add_subcommand("demo",
-                                     "Run LDP, IS-IS SR and BGP-LU producers, a redistribution "
-                                     "consumer and a RIB calculator, then report");
+                                     "Run LDP, IS-IS SR, BGP-LU and multicast producers, a "
+                                     "redistribution consumer, a RIB calculator and the multicast "
+                                     "merge, then report");
   demoCmd->add_option("--tunnels", demo.tunnels, "Tunnels per table")->capture_default_str();
   demoCmd->add_option("--seconds", demo.seconds, "Seconds of churn")->capture_default_str();
   demoCmd->add_option("--rate", demo.rate, "Churn writes per second per producer (0: flat out)")
@@ -117,9 +129,9 @@ int main(int argc, char** argv) {
     bool known = false;
     for (auto const* cmd : app.get_subcommands({})) known = known || cmd->check_name(argv[1]);
     if (!known) {
-      printError(
-          std::string("unknown command '") + argv[1] +
-          "' (tables, show, fib, resolve, watch, counters, redist, rib, demo; --help tells more)");
+      printError(std::string("unknown command '") + argv[1] +
+                 "' (tables, show, fib, resolve, watch, counters, redist, rib, multicast, demo; "
+                 "--help tells more)");
       return kExitUsage;
     }
   }
@@ -142,6 +154,7 @@ int main(int argc, char** argv) {
     if (countersCmd->parsed()) return runCounters(counters);
     if (redistCmd->parsed()) return runRedist(redist);
     if (ribCmd->parsed()) return runRib(rib);
+    if (multicastCmd->parsed()) return runMulticast(multicast);
     if (demoCmd->parsed()) return runDemo(demo);
   } catch (UsageError const& e) {
     printError(e.what());
