@@ -207,16 +207,7 @@ MulticastMergePhase MulticastMergeAgent::phase() const {
 }
 
 // Tasks go once their work is done, so their longest runs are kept here.
-int64_t MulticastMergeAgent::longestRunNow() {
-  if (sm_) {
-    for (Rivy::Task const* t : {sm_->entrySm0() ? sm_->entrySm0()->scanTask() : nullptr,
-                                sm_->entrySm1() ? sm_->entrySm1()->scanTask() : nullptr,
-                                sm_->mergedTableEntryOutputReconciliationTask()}) {
-      if (t) longestRunNs_ = std::max<int64_t>(longestRunNs_, t->longestRun().count());
-    }
-  }
-  return longestRunNs_;
-}
+int64_t MulticastMergeAgent::longestRunNow() { return loop_.taskScheduler().longestRun().count(); }
 
 void MulticastMergeAgent::statusRefresh() {
   MulticastMergeStatusRecord r;

@@ -49,9 +49,8 @@ struct MulticastMergeStatusRecord {
   uint64_t mldpEntries = 0;
   uint64_t staticEntries = 0;
   uint64_t mergedEntries = 0;
-  // The longest run a scan or reconciliation task recorded; the scheduler
-  // records no run in which a task ends itself, so a scan done in one run
-  // leaves this at 0.
+  // The longest single task run on the agent's loop: how long the merge held
+  // the thread at most, beside the slice it was given.
   int64_t longestRunNs = 0;
   int64_t yieldTimeNs = 0;
 
@@ -149,7 +148,6 @@ class MulticastMergeAgent {
   Zent::Ptr<MergedTunnelTableSm> sm_;
   Rivy::EventLoop::TimerId retryTimer_ = 0;
   Rivy::EventLoop::TimerId statusTimer_ = 0;
-  int64_t longestRunNs_ = 0;
   MulticastMergeStatusRecord published_;
   bool publishedOnce_ = false;
 };
