@@ -53,6 +53,9 @@ class TunnelTableOf : public Base {
   // Publishes an entry its writer changed in place.
   void entryCommit(Entry const* e) { entry_.commit(e); }
 
+  // Makes room for `keys` entries before a burst of writes.
+  void entryReserve(uint64_t keys) { entry_.map().reserve(keys); }
+
   // The entry under `key`, or a default entry when there is none.
   Entry entry(TunnelId const& key) const { return entry_.map().value(key); }
   bool entry(TunnelId const& key, Entry& out) const { return entry_.map().lookup(key, out); }

@@ -220,6 +220,9 @@ void MergedTunnelTableSm::handleInitialized() {
   } else {
     reconciling_ = false;
   }
+  // The output will hold about as many keys as both inputs: growing its index
+  // now keeps a rebuild out of the scans' runs.
+  mergedTable_->entryReserve(mldpTable_->entryCount() + staticTable_->entryCount());
   inputSmScanStateIs(inputSmScanStateFactory());
   outputStateIs(outputStateFactory());
   smtrace("create local SMs");

@@ -16,9 +16,9 @@ namespace {
 constexpr uint64_t kMinIndexCapacity = 1024;
 constexpr uint64_t kGrowChunk = 1u << 20;
 // The write that outgrows the file pays for reserving the next step, so the
-// step is capped: reserving 16 MB takes a few milliseconds, and no single
+// step is capped: reserving 4 MB takes about a millisecond, and no single
 // write stalls its agent's event loop for longer. The total cost is the same.
-constexpr uint64_t kMaxGrowStep = 16ull << 20;
+constexpr uint64_t kMaxGrowStep = 4ull << 20;
 
 uint32_t headerBytes() { return static_cast<uint32_t>(roundUp(sizeof(FileHeader), 64)); }
 
@@ -456,13 +456,23 @@ uint64_t Writer::insertBucket(void const* key, uint32_t hash) {
   }
 }
 
+// The capacity an index is rebuilt with for `keys` keys: room to double.
+uint64_t Writer::indexCapacityFor(uint64_t keys) {
+  uint64_t want = kMinIndexCapacity;
+  while (want < (keys + 1) * 4) want *= 2;
+  return want;
+}
+
 void Writer::maybeGrowIndex() {
   uint64_t cap = indexCapacity();
   uint64_t live = header()->liveCount;
   if ((live + tombstones_ + 1) * 2 <= cap) return;
-  uint64_t want = kMinIndexCapacity;
-  while (want < (live + 1) * 4) want *= 2;
-  buildIndex(want);
+  buildIndex(indexCapacityFor(live));
+}
+
+void Writer::reserveKeys(uint64_t keys) {
+  uint64_t want = indexCapacityFor(keys);
+  if (want > indexCapacity()) buildIndex(want);
 }
 
 void Writer::buildIndex(uint64_t capacity) {

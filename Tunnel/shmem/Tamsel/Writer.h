@@ -105,6 +105,10 @@ class Writer {
   uint64_t epoch() const { return header()->writerEpoch; }
   // Notifications published so far: the table's sequence number.
   uint64_t notifications() const { return header()->queueHead; }
+  // Sizes the index for `keys` keys now, so that a burst of writes up to
+  // that many keys (a merge filling its output) never stops to rebuild it.
+  void reserveKeys(uint64_t keys);
+
   // Whether this writer found and recovered a table left by an earlier one.
   bool recovered() const { return recovered_; }
 
@@ -138,6 +142,7 @@ class Writer {
   uint64_t bucketBase() const;
   uint64_t indexCapacity() const;
   void maybeGrowIndex();
+  static uint64_t indexCapacityFor(uint64_t keys);
   void buildIndex(uint64_t capacity);
 
   void publishNotification(void const* key, uint32_t hash);

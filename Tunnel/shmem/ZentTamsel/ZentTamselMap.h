@@ -197,6 +197,11 @@ class ZentTamselMap {
   }
 
   uint64_t size() const { return core_.size(); }
+  // A writer sizes its index for `keys` keys (Tamsel::Writer::reserveKeys);
+  // before mounting, and for readers, nothing to do.
+  void reserve(uint64_t keys) {
+    if (auto* w = core_.writer()) w->reserveKeys(keys);
+  }
 
   // Every key, in a stable order (the bytes of the key), starting after
   // `bookmark` when one is given: a scan can stop and resume from the last

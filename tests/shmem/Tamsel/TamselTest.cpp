@@ -109,6 +109,12 @@ TEST_F(TamselTest, GrowthIsFollowedByReadersAndNeverShrinks) {
   EXPECT_EQ(r.fileBytes(), grown);
   // Mappings start on a huge-page boundary, where huge pages can back them.
   EXPECT_EQ(reinterpret_cast<uintptr_t>(r.mappingBase()) % (uintptr_t{1} << 21), 0u);
+  // An index sized up front takes its keys without a rebuild.
+  auto index = [&] { return reinterpret_cast<FileHeader const*>(r.mappingBase())->indexOffset; };
+  w.reserveKeys(5000);
+  uint64_t const sized = index();
+  for (uint64_t k = 200; k < 5200; ++k) put(w, k, k, 8);
+  EXPECT_EQ(index(), sized);
 }
 
 TEST_F(TamselTest, ReaderThatFellBehindLearnsEveryChangedKeyOnce) {
