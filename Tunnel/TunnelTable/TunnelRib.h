@@ -30,11 +30,7 @@
 namespace Tunnel::TunnelTable {
 
 // The one record of a RIB's counter collection: key 0, the counter's value.
-struct RibCounterKey {
-  uint32_t value = 0;
-  uint32_t hash(uint32_t seed = 0) const { return Zent::hashBytes(&value, sizeof value, seed); }
-  friend bool operator==(RibCounterKey, RibCounterKey) = default;
-};
+using RibCounterKey = ZentTamsel::OneRecordKey;
 struct RibCounterRecord {
   static constexpr const char* kTypeName = "Tunnel::TunnelTable::RibCounterRecord";
   RibCounterKey key;

@@ -31,11 +31,7 @@ enum class MulticastMergePhase : uint32_t {
 // "waiting for inputs", "first scan", "second scan", "reconciling", "ready".
 const char* multicastMergePhaseText(MulticastMergePhase p);
 
-struct MulticastMergeStatusKey {
-  uint32_t value = 0;
-  uint32_t hash(uint32_t seed = 0) const { return Zent::hashBytes(&value, sizeof value, seed); }
-  friend bool operator==(MulticastMergeStatusKey, MulticastMergeStatusKey) = default;
-};
+using MulticastMergeStatusKey = ZentTamsel::OneRecordKey;
 
 // The one record (key 0) of the status table. Plain data: tools of another
 // build read it straight from the file.

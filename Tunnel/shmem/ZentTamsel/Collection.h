@@ -12,12 +12,20 @@
 
 #include "Tunnel/framework/Counters.h"
 #include "Tunnel/framework/Dabin.h"
+#include "Tunnel/framework/Hash.h"
 #include "Tunnel/framework/Ptr.h"
 #include "Tunnel/shmem/ZentTamsel/MountRegistry.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 
 namespace ZentTamsel {
+
+// The key of a collection that holds one record (a counter, a status): 0.
+struct OneRecordKey {
+  uint32_t value = 0;
+  uint32_t hash(uint32_t seed = 0) const { return Zent::hashBytes(&value, sizeof value, seed); }
+  friend bool operator==(OneRecordKey, OneRecordKey) = default;
+};
 
 template <typename Key, typename Value, typename KeyOf, typename Marshaller>
 class Collection final : public CollectionListener {
