@@ -8,15 +8,15 @@ namespace Tunnel::TunnelTable {
 
 namespace {
 
-constexpr const char* kTypeName = "Tunnel::TunnelTable::EncapId";
+constexpr const char* kEncapIdName = "Tunnel::TunnelTable::EncapId";
 constexpr uint32_t kLastEncapType = static_cast<uint32_t>(EncapType::vxlanEncap);
 
-struct CliNames {
+struct EncapCliNames {
   const char* display;
   const char* keyword;
 };
 
-CliNames cliNames(EncapType type) {
+EncapCliNames encapCliNames(EncapType type) {
   switch (type) {
     case EncapType::none:
       return {"None", "none"};
@@ -69,18 +69,18 @@ std::ostream& operator<<(std::ostream& os, EncapType type) { return os << string
 
 EncapId::EncapId(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {
   Zent::ValueTextReader reader(std::string_view(it.ptr(), static_cast<size_t>(end - it)),
-                               kTypeName);
+                               kEncapIdName);
   if (reader.fields() != 2) {
     throw Zent::ParseError(
-        fmt::format("{}: expected 2 fields, got {}", kTypeName, reader.fields()));
+        fmt::format("{}: expected 2 fields, got {}", kEncapIdName, reader.fields()));
   }
-  encapType_ = Zent::parseFieldText<EncapType>(reader.field("encapType"), kTypeName);
-  encapValue_ = Zent::parseFieldText<uint32_t>(reader.field("encapValue"), kTypeName);
+  encapType_ = Zent::parseFieldText<EncapType>(reader.field("encapType"), kEncapIdName);
+  encapValue_ = Zent::parseFieldText<uint32_t>(reader.field("encapValue"), kEncapIdName);
   it = end;
 }
 
 std::string EncapId::typeCliStr(bool keyword) const {
-  CliNames names = cliNames(encapType_);
+  EncapCliNames names = encapCliNames(encapType_);
   return keyword ? names.keyword : names.display;
 }
 
@@ -91,7 +91,7 @@ uint32_t EncapId::hash(uint32_t seed) const {
 }
 
 std::string EncapId::stringValue() const {
-  Zent::ValueText text(kTypeName);
+  Zent::ValueText text(kEncapIdName);
   text.field("encapType", encapType_).field("encapValue", encapValue_);
   return std::move(text).str();
 }

@@ -6,7 +6,7 @@ namespace Tunnel::TunnelTable {
 
 namespace {
 
-constexpr uint32_t kReservedLen = 2;
+constexpr uint32_t kSbfdReservedLen = 2;
 
 // The via as the record carries it.
 MplsCosVia cosViaOf(Via const& via) {
@@ -35,7 +35,7 @@ struct Scalars {
     r.get(entryMetric);
     r.get(tunnelBw);
     r.get(viasOrdered);
-    r.skipZeros(kReservedLen);
+    r.skipZeros(kSbfdReservedLen);
     if (r.get(via) && !isPlainVia(via)) r.fail();
   }
 };
@@ -55,7 +55,7 @@ void ZorbSdkSbfdSessionTunnelTableEntry::serialize(void* buf) const {
   w.put(entryMetric());
   w.put(tunnelBw());
   w.put(viasOrdered());
-  w.putZeros(kReservedLen);
+  w.putZeros(kSbfdReservedLen);
   w.put(cosViaOf(via_));
 }
 

@@ -7,13 +7,13 @@ namespace Tunnel::TunnelTable {
 
 namespace {
 
-struct CliNames {
+struct TunnelCliNames {
   const char* display;
   const char* keyword;
 };
 
 // No default: a new enumerator without a display name fails the build.
-CliNames cliNames(TunnelType type) {
+TunnelCliNames tunnelCliNames(TunnelType type) {
   switch (type) {
     case bgpLuPushTunnel:
       return {"BGP LU Push", "bgp-lu-push"};
@@ -78,7 +78,7 @@ void TunnelId::throwValueRange() {
 }
 
 std::string TunnelId::tunnelTypeToCliStrep(TunnelType type, bool keyword) {
-  CliNames names = cliNames(type);
+  TunnelCliNames names = tunnelCliNames(type);
   return keyword ? names.keyword : names.display;
 }
 

@@ -29,6 +29,10 @@ class TunnelId {
   constexpr TunnelId() = default;
   // Throws Zent::RangeException above maxValue.
   explicit TunnelId(uint64_t value) : value_(checked(value)) {}
+  // The identifier of tunnel `index` of `type`.
+  TunnelId(TunnelType type, uint64_t index) : TunnelId(convertToTunnelValue(type, index)) {}
+  // A type alone is not a value: it would convert to a number.
+  explicit TunnelId(TunnelType) = delete;
   // Parses the canonical text: the number, decimal or 0x hexadecimal.
   TunnelId(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end);
 

@@ -18,10 +18,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-TunnelId id(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
-
 // Collects the traces of the tunnel table facility, level 0 switched on.
 class TunnelIdViaTest : public ::testing::Test {
  protected:
@@ -37,13 +33,13 @@ class TunnelIdViaTest : public ::testing::Test {
   Dabin::CaptureSink sink_;
   bool wasOn_;
   std::unique_ptr<BgpLuPushTunnelTableEntry> e_ =
-      std::make_unique<BgpLuPushTunnelTableEntry>(id(bgpLuPushTunnel, 1));
+      std::make_unique<BgpLuPushTunnelTableEntry>(TunnelId(bgpLuPushTunnel, 1));
 };
 
 TEST_F(TunnelIdViaTest, AppendsAViaToTheDynamicInterfaceOfTheTunnel) {
   Via const first(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1));
   e_->viaIs(0, first);
-  TunnelId const rideOn = id(ldpTunnel, 7);
+  TunnelId const rideOn = TunnelId(ldpTunnel, 7);
   e_->tunnelIdViaIs(rideOn);
   ASSERT_EQ(e_->via().count(), 2u);
   EXPECT_EQ(e_->via(0), first);
@@ -54,12 +50,12 @@ TEST_F(TunnelIdViaTest, AppendsAViaToTheDynamicInterfaceOfTheTunnel) {
 }
 
 TEST_F(TunnelIdViaTest, TheVia601IsRefusedWithOneTraceAndNoChange) {
-  for (uint64_t i = 0; i < 600; ++i) e_->tunnelIdViaIs(id(isisSrTunnel, i));
+  for (uint64_t i = 0; i < 600; ++i) e_->tunnelIdViaIs(TunnelId(isisSrTunnel, i));
   ASSERT_EQ(e_->via().count(), 600u);
   EXPECT_TRUE(sink_.lines().empty());
   auto const before = std::make_unique<BgpLuPushTunnelTableEntry>(*e_);
 
-  TunnelId const extra = id(ldpTunnel, 601);
+  TunnelId const extra = TunnelId(ldpTunnel, 601);
   EXPECT_NO_THROW(e_->tunnelIdViaIs(extra));
   EXPECT_EQ(e_->via().count(), 600u);
   EXPECT_EQ(*e_, *before);
@@ -75,7 +71,7 @@ TEST_F(TunnelIdViaTest, TheVia601IsRefusedWithOneTraceAndNoChange) {
 TEST(BgpLuRecordTest, BytesNoEntryWouldWriteAreRefused) {
   constexpr size_t kSlot = 552 + 4 + 2 * 36;
   constexpr size_t kBgp = kSlot + 73;
-  auto e = std::make_unique<BgpLuTunnelTableEntry>(id(bgpLuTunnel, 4));
+  auto e = std::make_unique<BgpLuTunnelTableEntry>(TunnelId(bgpLuTunnel, 4));
   e->viaIs(1, Via(Vorn::IpGenAddr("10.0.0.3"), Vorn::IntfId::ethernet(2)));
   e->labelsIs(Vorn::MplsLabelOperation::swap({100, 200}));
   Bytes record(e->serializeLen());

@@ -189,36 +189,32 @@ TYPED_TEST(EntryTextDeathTest, TextConstructorAssertsBecauseEntriesHoldArrays) {
       expected);
 }
 
-TunnelId id(TunnelType type, uint64_t index = 5) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
-
 TEST(EntryDefaultsTest, ConstructorsApplyTheTypesDefaults) {
-  EXPECT_EQ(LdpTunnelTableEntry(id(ldpTunnel)).entryPref(), 55);
-  EXPECT_EQ(SrTunnelTableEntry(id(isisSrTunnel)).entryPref(), 65);
-  EXPECT_EQ(SrTunnelTableEntry(id(ospfSrTunnel)).entryPref(), 60);
-  EXPECT_EQ(FlexAlgoTunnelTableEntry(id(isisFlexAlgoTunnel)).entryPref(), 65);
+  EXPECT_EQ(LdpTunnelTableEntry(TunnelId(ldpTunnel, 5)).entryPref(), 55);
+  EXPECT_EQ(SrTunnelTableEntry(TunnelId(isisSrTunnel, 5)).entryPref(), 65);
+  EXPECT_EQ(SrTunnelTableEntry(TunnelId(ospfSrTunnel, 5)).entryPref(), 60);
+  EXPECT_EQ(FlexAlgoTunnelTableEntry(TunnelId(isisFlexAlgoTunnel, 5)).entryPref(), 65);
   // RSVP LER alone orders its vias.
-  RsvpLerTunnelTableEntry const ler(id(rsvpLerTunnel));
+  RsvpLerTunnelTableEntry const ler(TunnelId(rsvpLerTunnel, 5));
   EXPECT_EQ(ler.entryPref(), 45);
   EXPECT_EQ(ler.igpPref(), TunnelIgpPref::defaultRsvpLerIgpPref);
   EXPECT_TRUE(ler.viasOrdered());
-  EXPECT_FALSE(FrrTunnelTableEntry(id(rsvpLerTunnel)).viasOrdered());
-  BgpLuTunnelTableEntry const lu(id(bgpLuTunnel));
+  EXPECT_FALSE(FrrTunnelTableEntry(TunnelId(rsvpLerTunnel, 5)).viasOrdered());
+  BgpLuTunnelTableEntry const lu(TunnelId(bgpLuTunnel, 5));
   EXPECT_EQ(lu.entryPref(), 85);
   EXPECT_EQ(lu.labels(), BgpLuTunnelTableEntry::defaultLabels());
   EXPECT_EQ(lu.contribution(), ContributionToTunnelRIB::contributes);
   EXPECT_EQ(lu.bgpMetricType(), Vorn::MetricType::internal);
   // The SR preference follows the identifier set later.
   SrTunnelTableEntry sr;
-  sr.tunnelIdIs(id(ospfSrTunnel));
+  sr.tunnelIdIs(TunnelId(ospfSrTunnel, 5));
   sr.intializeSrTunnelEntry();
   EXPECT_EQ(sr.entryPref(), 60);
 }
 
 // The FRR tail is byte-packed on purpose: seqNo sits unaligned at tail byte 217.
 TEST(EntryRecordTest, FrrSequenceNumberIsUnalignedAtTheTailsEnd) {
-  FrrTunnelTableEntry e(id(tiLfaTunnel));
+  FrrTunnelTableEntry e(TunnelId(tiLfaTunnel, 5));
   e.isPrimaryViaUsableIs(true);
   e.seqNoIs(0xabcd);
   Bytes const b = recordOf(e);
@@ -233,7 +229,7 @@ TEST(EntryRecordTest, FrrSequenceNumberIsUnalignedAtTheTailsEnd) {
 
 // Every flex-algo record takes the table's whole bound; the fill is zeros.
 TEST(EntryRecordTest, FlexAlgoRecordAlwaysFillsTheBoundWithZeros) {
-  FlexAlgoTunnelTableEntry e(id(isisFlexAlgoTunnel));
+  FlexAlgoTunnelTableEntry e(TunnelId(isisFlexAlgoTunnel, 5));
   EXPECT_EQ(e.serializeLen(), 65372u);
   e.viaIs(0, MplsVia(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1),
                      Vorn::MplsLabelOperation::push({100})));

@@ -14,7 +14,7 @@
 namespace Tunnel::TunnelTable {
 namespace {
 
-void expectRangeError(auto&& f) {
+void expectIndexRangeError(auto&& f) {
   try {
     f();
     ADD_FAILURE() << "no range exception";
@@ -29,15 +29,15 @@ TEST(BoundedIndexTest, MixedArithmeticWithSignedOrUnsignedIntegersIsChecked) {
   EXPECT_EQ(five - 5, 0);
   EXPECT_EQ(five + (-5), 0);
   EXPECT_EQ(five - (-594), ViaIndex::max);
-  expectRangeError([&five] { return five + (-6); });
-  expectRangeError([&five] { return five - int64_t{INT64_MIN}; });
-  expectRangeError([&five] { return five + 595u; });
+  expectIndexRangeError([&five] { return five + (-6); });
+  expectIndexRangeError([&five] { return five - int64_t{INT64_MIN}; });
+  expectIndexRangeError([&five] { return five + 595u; });
 }
 
 TEST(BoundedIndexTest, ParseOfOutOfRangeNumberThrowsAndLeavesIteratorInPlace) {
   Zent::String text(std::to_string(ViaIndex::max + 1));
   Zent::String::IteratorConst it = text.begin();
-  expectRangeError([&] { ViaIndex(it, text.end()); });
+  expectIndexRangeError([&] { ViaIndex(it, text.end()); });
   EXPECT_EQ(it, text.begin());
 }
 

@@ -16,7 +16,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Entry = ZorbSdkSbfdSessionTunnelTableEntry;
 
-TunnelId id(TunnelType type, uint64_t index) {
+TunnelId sessionId(TunnelType type, uint64_t index) {
   return TunnelId(TunnelId::convertToTunnelValue(type, index));
 }
 
@@ -25,7 +25,7 @@ using valuecontract::recordOf;
 class SbfdSessionEntryTest : public ::testing::Test {
  protected:
   SbfdSessionEntryTest() {
-    e_.nexthopTunnelIdIs(id(ldpTunnel, 9));
+    e_.nexthopTunnelIdIs(sessionId(ldpTunnel, 9));
     e_.entryPrefIs(7);
     e_.entryMetricIs(0x01020304);
     e_.tunnelBwIs(0x0a0b0c0d);
@@ -37,7 +37,7 @@ class SbfdSessionEntryTest : public ::testing::Test {
     return e_.deserializeLen(b.data(), static_cast<unsigned>(b.size()));
   }
 
-  Entry e_{id(zorbSdkSbfdSessionTunnel, 3)};
+  Entry e_{sessionId(zorbSdkSbfdSessionTunnel, 3)};
   Bytes record_;
 };
 

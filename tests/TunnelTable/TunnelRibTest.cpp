@@ -46,7 +46,6 @@ namespace {
 using valuecontract::Bytes;
 using valuecontract::recordOf;
 
-TunnelId id(TunnelType t, uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(t, i)); }
 Vorn::IpGenPrefix const kTep("10.0.0.0/8");
 std::string const kIndexError =
     "Tunnel::TunnelTable::TunnelIdCollIndex::value < Tunnel::TunnelTable::TunnelIdCollIndex::min "
@@ -54,23 +53,23 @@ std::string const kIndexError =
 
 TEST(TunnelRibEntryTest, AddingATunnelTwiceRefreshesItsBandwidthAndThe601stIsRefused) {
   auto e = std::make_unique<TunnelRibEntry>(kTep);
-  e->addTunnelWithBw(id(ldpTunnel, 1), 10);
-  e->addTunnelWithBw(id(ldpTunnel, 2), 5);
-  e->addTunnelWithBw(id(ldpTunnel, 1), 20);
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 1), 10);
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 2), 5);
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 1), 20);
   ASSERT_EQ(e->tunnelIdCount() * 10 + e->tunnelBwCount(), 22u);
-  EXPECT_EQ(e->tunnelId(0), id(ldpTunnel, 1));
+  EXPECT_EQ(e->tunnelId(0), TunnelId(ldpTunnel, 1));
   EXPECT_EQ(e->tunnelBw(0), TunnelBandwidth(20));
   // A bandwidth list shorter than the ids grows to the tunnel's index.
   e->tunnelBwDel(1);
-  e->addTunnelWithBw(id(ldpTunnel, 2), 7);
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 2), 7);
   EXPECT_EQ(e->tunnelBw(1), TunnelBandwidth(7));
-  for (uint64_t i = 3; i <= 600; ++i) e->addTunnelWithBw(id(ldpTunnel, i), 1);
+  for (uint64_t i = 3; i <= 600; ++i) e->addTunnelWithBw(TunnelId(ldpTunnel, i), 1);
   TunnelRibEntry const full = *e;
   using Vorn::test::errorOf;
-  EXPECT_EQ(errorOf<Zent::RangeException>([&] { e->addTunnelWithBw(id(ldpTunnel, 601), 1); }),
+  EXPECT_EQ(errorOf<Zent::RangeException>([&] { e->addTunnelWithBw(TunnelId(ldpTunnel, 601), 1); }),
             kIndexError);
   EXPECT_EQ(*e, full);
-  e->addTunnelWithBw(id(ldpTunnel, 600), 9);  // still found when the set is full
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 600), 9);  // still found when the set is full
   EXPECT_EQ(e->tunnelBw(599), TunnelBandwidth(9));
   EXPECT_EQ(errorOf<Zent::RangeException>([&] { e->tunnelBwIs(600, 1); }), kIndexError);
   EXPECT_DEATH(Zent::strepToValue<TunnelRibEntry>(Zent::String("x")),
@@ -81,7 +80,7 @@ TEST(TunnelRibEntryTest, AddingATunnelTwiceRefreshesItsBandwidthAndThe601stIsRef
 // part, are refused by deserializeLen and by deserialize.
 TEST(TunnelRibEntryTest, RecordsReportTheSlotAndHostileOnesAreRefused) {
   auto e = std::make_unique<TunnelRibEntry>(ColoredTunnelEndpoint(kTep, 5));
-  e->addTunnelWithBw(id(ldpTunnel, 1), 10);
+  e->addTunnelWithBw(TunnelId(ldpTunnel, 1), 10);
   Bytes const good = recordOf(*e);
   ASSERT_EQ(good.size(), 60u + 4 + 8 + 4 + 4);
   EXPECT_EQ(e->deserializeLen(good.data(), 80), TunnelRibEntry::kMaxSerializedLen);
@@ -99,14 +98,14 @@ TEST(TunnelRibEntryTest, RecordsReportTheSlotAndHostileOnesAreRefused) {
 
 TEST(TunnelRibEntryTest, TextListsTheFieldsInDeclarationOrder) {
   TunnelRibEntry e(kTep);
-  e.addTunnelWithBw(id(ldpTunnel, 1), 10);
+  e.addTunnelWithBw(TunnelId(ldpTunnel, 1), 10);
   e.entryPrefIs(65);
   EXPECT_EQ(e.stringValue(),
             "Value('Tunnel::TunnelTable::TunnelRibEntry', ** {'coloredTep': " +
                 ColoredTunnelEndpoint(kTep).stringValue() +
                 ", 'metric': 0, 'metricType': internal, 'metric2': 0, 'pref': 0, 'pref2': 0, "
                 "'entryPref': 65, 'entryMetric': 0, 'tunnelId': [" +
-                id(ldpTunnel, 1).stringValue() + "], 'tunnelBw': [10]})");
+                TunnelId(ldpTunnel, 1).stringValue() + "], 'tunnelBw': [10]})");
 }
 
 TEST(TunnelRibEntryTest, OnlyEqualTypesAndIsisSrWithFlexAlgoFormEcmp) {
@@ -182,7 +181,7 @@ TEST(TunnelRibProcessTest, AReaderFollowsTheWriterAndOutlivesIt) {
     go.wait();
     for (uint32_t i = 1; i <= 50; ++i) {
       TunnelRibEntry e(Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000 + (i << 8)), 24));
-      e.addTunnelWithBw(id(isisSrTunnel, i), i);
+      e.addTunnelWithBw(TunnelId(isisSrTunnel, i), i);
       rib->tunnelRibEntryIs(e);
     }
     rib->tunnelRibEntryDel(ColoredTunnelEndpoint(Vorn::IpGenPrefix("10.0.1.0/24")));

@@ -17,12 +17,8 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Vorn::IpGenPrefix;
 
-TunnelId id(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
-
 TEST(BaseRecordTest, DamagedBaseRecordsAreRefusedAndDeserializeNamesTheOffset) {
-  TunnelTableEntry e(id(rsvpLerTunnel, 7), 45);
+  TunnelTableEntry e(TunnelId(rsvpLerTunnel, 7), 45);
   e.endpointIs(0, IpGenPrefix("10.0.0.0/8"));
   e.endpointIs(1, IpGenPrefix("2001:db8::/32"));
   e.nameIs("tun");
@@ -56,7 +52,7 @@ TEST(BaseRecordTest, DamagedBaseRecordsAreRefusedAndDeserializeNamesTheOffset) {
 }
 
 TEST(TunnelTableEntryTest, TepIsTheFirstEndpointOrTheDefaultPrefix) {
-  TunnelTableEntry e(id(ldpTunnel, 1));
+  TunnelTableEntry e(TunnelId(ldpTunnel, 1));
   EXPECT_EQ(e.tep(), IpGenPrefix());
   e.endpointIs(1, IpGenPrefix("10.1.0.0/16"));
   EXPECT_EQ(e.tep(), IpGenPrefix());  // the gap before index 1 is a default prefix
@@ -69,7 +65,7 @@ TEST(TunnelTableEntryTest, TepIsTheFirstEndpointOrTheDefaultPrefix) {
 TEST(EntryDumpTest, LinesStartWithTheIndentAsPrintfPadsABlankOrNoneWithoutAContext) {
   std::ostringstream defaultOut;
   DumpContext::defaultOutputIs(&defaultOut);
-  TunnelTableEntry e(id(isisFlexAlgoTunnel, (uint64_t{0xff} << 35) | 12));
+  TunnelTableEntry e(TunnelId(isisFlexAlgoTunnel, (uint64_t{0xff} << 35) | 12));
   e.endpointIs(0, IpGenPrefix("10.0.0.1/32"));
   auto dump = [&](int indent) {
     std::ostringstream os;

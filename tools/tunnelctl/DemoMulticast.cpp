@@ -22,7 +22,7 @@ using namespace Tunnel::TunnelTable;
 
 namespace {
 
-constexpr uint64_t kBatch = 64;
+constexpr uint64_t kMulticastBatch = 64;
 
 bool isStatic(int slot) { return slot == kStaticMcastProducer; }
 
@@ -81,12 +81,12 @@ void produceMulticast(SharedRegion const& region, int slot, DemoOptions const& o
   uint64_t done = 0;
   for (int64_t now = start; now < end && !shouldStop(h); now = nowNs()) {
     uint64_t target =
-        o.rate == 0 ? done + kBatch : static_cast<uint64_t>((now - start) / 1e9 * rate);
+        o.rate == 0 ? done + kMulticastBatch : static_cast<uint64_t>((now - start) / 1e9 * rate);
     if (target <= done) {
       ::usleep(500);
       continue;
     }
-    for (uint64_t k = std::min(target - done, kBatch); k > 0; --k, ++done) {
+    for (uint64_t k = std::min(target - done, kMulticastBatch); k > 0; --k, ++done) {
       uint64_t i = 1 + rng() % n;
       if (gen[i] != 0 && rng() % 100 < 15) {
         table->entryDel(multicastId(slot, i));
