@@ -9,7 +9,7 @@ namespace Tunnel::TunnelTable {
 TunnelId EvpnVxlanTunnelTableBase::newTunnelId() {
   fmassert(lastAllocatedId() < maxId() && "Reached maximum number of IDs.");
   lastAllocatedIdIs(lastAllocatedId() + 1);
-  return TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, lastAllocatedId()));
+  return TunnelId(evpnVxlanTunnel, lastAllocatedId());
 }
 
 std::string EvpnVxlanTunnelTableBase::tunKernelIntfName(TunnelId const& id) {
@@ -25,7 +25,7 @@ TunnelId EvpnVxlanTunnelTableBase::tunKernelIntfTunnelId(std::string_view name) 
     index = index * 16 + static_cast<uint64_t>(digit);
   }
   if (index > TunnelId::kIndexMask) return TunnelId();
-  return TunnelId(TunnelId::convertToTunnelValue(evpnVxlanTunnel, index));
+  return TunnelId(evpnVxlanTunnel, index);
 }
 
 bool EvpnVxlanTunnelTableBase::isValidEvpnIntf(Vorn::IntfId const& intf) {

@@ -5,7 +5,7 @@ namespace Tunnel::TunnelTable {
 TunnelId tunnelIdOfIntf(Vorn::IntfId const& intf) {
   if (intf.isDynamicTunnel()) return TunnelId(intf.tunnelIdValue());
   if (intf.isTunnel()) {
-    return TunnelId(TunnelId::convertToTunnelValue(staticInterfaceTunnel, intf.port() & 0xffff));
+    return TunnelId(staticInterfaceTunnel, intf.port() & 0xffff);
   }
   return TunnelId();
 }

@@ -5,7 +5,7 @@
 namespace Tunnel::TunnelTable {
 
 TunnelId L3IntfTunnelTableBase::newTunnelId(Vorn::IntfId const& intf) {
-  return TunnelId(TunnelId::convertToTunnelValue(staticInterfaceTunnel, intf.port() & 0xffff));
+  return TunnelId(staticInterfaceTunnel, intf.port() & 0xffff);
 }
 
 Vorn::IntfId L3IntfTunnelTableBase::tunnelIntfId(TunnelId const& tunnelId) {

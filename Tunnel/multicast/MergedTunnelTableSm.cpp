@@ -37,20 +37,20 @@ EntrySm<Table, Stream>::~EntrySm() {
 }
 
 template <typename Table, int Stream>
-void EntrySm<Table, Stream>::streamEvent(TunnelId key, MplsMulticastTunnelTableEntry const* entry) {
+void EntrySm<Table, Stream>::streamEvent(TunnelId key) {
+  // The merge reads both inputs afresh, so no entry is read here to pass
+  // along: it would be the same read twice, a third of the merge's cost.
   if constexpr (Stream == 0) {
-    parent_.eventToRivy_stream0(key, entry);
+    parent_.eventToRivy_stream0(key, nullptr);
   } else {
-    parent_.eventToRivy_stream1(key, entry);
+    parent_.eventToRivy_stream1(key, nullptr);
   }
 }
 
 template <typename Table, int Stream>
 void EntrySm<Table, Stream>::handleEntry(TunnelId key) {
   entrytrace("{}::handleEntry k: {}", kName, key);
-  // The merge reads both inputs afresh, so no entry is read here to pass
-  // along: it would be the same read twice, a third of the merge's cost.
-  if (parent_.initialScanDone()) streamEvent(key, nullptr);
+  if (parent_.initialScanDone()) streamEvent(key);
 }
 
 template <typename Table, int Stream>
@@ -112,7 +112,7 @@ void EntrySm<Table, Stream>::doDeleteAll() {
   TunnelId next;
   typename Table::ScanCursor cursor;
   table_->entryScan(cursor, next, [&](TunnelId const& key) {
-    streamEvent(key, nullptr);
+    streamEvent(key);
     return true;
   });
 }

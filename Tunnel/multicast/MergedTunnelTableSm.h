@@ -17,9 +17,7 @@
 // into mergedTable.entry[tunnelId]), so traces name the rule's line.
 
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <unordered_set>
 
@@ -98,8 +96,6 @@ class EntrySm : public Zent::PtrInterface, public Rivy::Gen::InputStateMachine<T
   Zent::Ptr<Table const> const& table() const { return table_; }
   // The reactor on the input table's entries.
   TunnelTableBase::NotifieeConst const* en() const { return en_.ptr(); }
-  // Visited in the current scan (for the pending-work estimate).
-  uint64_t scanned() const { return scanned_; }
   bool codefEnabled() const { return codefEnabled_; }
 
   // The input changed at `key`: once the parent's initial scan is done, send
@@ -121,7 +117,7 @@ class EntrySm : public Zent::PtrInterface, public Rivy::Gen::InputStateMachine<T
     EntrySm& sm_;
   };
 
-  void streamEvent(TunnelId key, MplsMulticastTunnelTableEntry const* entry);
+  void streamEvent(TunnelId key);
   void scanComplete(uint64_t visited);
 
   ::Tunnel::TunnelTable::MergedTunnelTableSm& parent_;

@@ -206,9 +206,6 @@ MulticastMergePhase MulticastMergeAgent::phase() const {
   return MulticastMergePhase::secondScan;
 }
 
-// Tasks go once their work is done, so their longest runs are kept here.
-int64_t MulticastMergeAgent::longestRunNow() { return loop_.taskScheduler().longestRun().count(); }
-
 void MulticastMergeAgent::statusRefresh() {
   MulticastMergeStatusRecord r;
   r.phase = static_cast<uint32_t>(phase());
@@ -220,7 +217,7 @@ void MulticastMergeAgent::statusRefresh() {
   r.mldpEntries = mldp_ ? mldp_->entryCount() : 0;
   r.staticEntries = static_ ? static_->entryCount() : 0;
   r.mergedEntries = merged_ ? merged_->entryCount() : 0;
-  r.longestRunNs = longestRunNow();
+  r.longestRunNs = loop_.taskScheduler().longestRun().count();
   r.yieldTimeNs = options_.yieldTime.count();
   if (publishedOnce_ && r == published_) return;
   status_->is(r);

@@ -129,7 +129,6 @@ class MulticastMergeAgent {
   void init();
   void mountInputs();
   void start();
-  int64_t longestRunNow();
 
   std::unique_ptr<ZentTamsel::MountRegistry> ownRegistry_;
   ZentTamsel::Mount mount_;

@@ -50,9 +50,7 @@ double nsSince(Clock::time_point t0) {
   return std::chrono::duration<double, std::nano>(Clock::now() - t0).count();
 }
 
-TunnelId tunnelId(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
+TunnelId tunnelId(TunnelType type, uint64_t index) { return TunnelId(type, index); }
 
 EncapId labelEncap(uint32_t value) { return EncapId(EncapType::labelStackEncap, value); }
 

@@ -43,7 +43,7 @@ struct Tunnel {
 
 template <typename Entry>
 Entry entry(TunnelType t, uint64_t i, Tunnel const& s) {
-  Entry e(TunnelId(TunnelId::convertToTunnelValue(t, i)));
+  Entry e(TunnelId(t, i));
   e.endpointIs(0, Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u | s.tep), 32));
   e.entryMetricIs(s.entryMetric);
   e.igpMetricIs(s.igpMetric);

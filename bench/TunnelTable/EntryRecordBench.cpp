@@ -19,8 +19,7 @@ namespace {
 
 // An entry as LDP writes it: endpoint, name, metrics and `vias` labelled vias.
 std::unique_ptr<LdpTunnelTableEntry> ldpEntry(uint32_t vias) {
-  auto e =
-      std::make_unique<LdpTunnelTableEntry>(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, 7)));
+  auto e = std::make_unique<LdpTunnelTableEntry>(TunnelId(ldpTunnel, 7));
   e->entryMetricIs(10);
   e->endpointIs(0, Vorn::IpGenPrefix("10.0.0.1/32"));
   e->nameIs("ldp-10.0.0.1");

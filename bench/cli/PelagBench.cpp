@@ -65,7 +65,7 @@ void publish(std::string const& root) {
     for (uint32_t c = 0; c < kCandidates; ++c) {
       auto cand = e->candidatesIs(InternalTunnelCandidateId(c ? isisSrTunnel : ldpTunnel, 0, i), i);
       for (uint32_t k = 0; k < kIds; ++k) {
-        cand->tunnelIdIs(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, i * 8 + c * 4 + k)));
+        cand->tunnelIdIs(TunnelId(ldpTunnel, i * 8 + c * 4 + k));
       }
     }
   }

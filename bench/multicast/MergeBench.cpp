@@ -72,10 +72,8 @@ int64_t involuntarySwitches() {
   return u.ru_nivcsw;
 }
 
-TunnelId mldpId(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(mldpTunnel, i)); }
-TunnelId staticId(uint64_t i) {
-  return TunnelId(TunnelId::convertToTunnelValue(staticMcastTunnel, i));
-}
+TunnelId mldpId(uint64_t i) { return TunnelId(mldpTunnel, i); }
+TunnelId staticId(uint64_t i) { return TunnelId(staticMcastTunnel, i); }
 
 // Reuses `e`: an entry has room for 600 vias.
 MplsMulticastTunnelTableEntry const& tunnel(MplsMulticastTunnelTableEntry& e, TunnelId id,

@@ -40,7 +40,7 @@ std::string makeRoot() {
 }
 
 LdpTunnelTableEntry entry(uint64_t i, uint32_t tep, uint32_t metric) {
-  LdpTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, i)));
+  LdpTunnelTableEntry e(TunnelId(ldpTunnel, i));
   e.endpointIs(0, Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u | tep), 32));
   e.igpMetricIs(metric);
   e.viaIs(0, MplsVia(Vorn::IpGenAddr(0x0b000001u), Vorn::IntfId::ethernet(1),

@@ -31,7 +31,7 @@ std::string makeRoot() {
 }
 
 LdpTunnelTableEntry oneViaEntry(uint64_t index) {
-  LdpTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, index)));
+  LdpTunnelTableEntry e(TunnelId(ldpTunnel, index));
   e.endpointIs(0, Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u | (index & 0xffff)), 32));
   e.igpMetricIs(10);
   e.viaIs(0, MplsVia(Vorn::IpGenAddr(0x0b000001u), Vorn::IntfId::ethernet(1),
@@ -105,7 +105,7 @@ void BM_LdpTableEntryIs(benchmark::State& state) {
   uint64_t i = 0;
   for (auto _ : state) {
     auto& e = entries[i % entries.size()];
-    e.tunnelIdIs(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, i++ % kKeys)));
+    e.tunnelIdIs(TunnelId(ldpTunnel, i++ % kKeys));
     table->entryIs(e);
   }
   state.SetItemsProcessed(state.iterations());

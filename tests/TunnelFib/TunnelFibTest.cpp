@@ -20,9 +20,7 @@ using Tunnel::TunnelTable::EncapType;
 
 namespace {
 
-TunnelId id(uint64_t i) {
-  return TunnelId(TunnelId::convertToTunnelValue(Tunnel::TunnelTable::rsvpLerTunnel, i));
-}
+TunnelId id(uint64_t i) { return TunnelId(Tunnel::TunnelTable::rsvpLerTunnel, i); }
 
 struct Recorder : TunnelFib::NotifieeConst {
   std::vector<std::string> heard;

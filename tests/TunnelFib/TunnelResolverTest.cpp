@@ -37,9 +37,7 @@ class ResolverTest : public ::testing::Test {
     Dabin::sinkIs(nullptr);
     Tunnel::TunnelFib::dabinFacility_.levelsUpTo(-1);
   }
-  static TunnelId id(uint64_t i) {
-    return TunnelId(TunnelId::convertToTunnelValue(Tunnel::TunnelTable::ldpTunnel, i));
-  }
+  static TunnelId id(uint64_t i) { return TunnelId(Tunnel::TunnelTable::ldpTunnel, i); }
   // A via over Ethernet<n> with nexthop 10.0.0.<n>, or over tunnel `child`.
   TunnelVia real(uint32_t n, MplsLabelOperation const& op = {}) {
     return TunnelVia(Vorn::IpGenAddr(0x0a000000 + n), Vorn::IntfId::ethernet(n), encap(op));

@@ -37,7 +37,7 @@ struct Case {
   using Table = typename Sm::Table;
   static constexpr TunnelTableIdentifier kId = kTableId;
 
-  static TunnelId id(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(kType, i)); }
+  static TunnelId id(uint64_t i) { return TunnelId(kType, i); }
   // Endpoint 10.0.0.<tep>/32; the metric is the one the protocol carries.
   static typename Sm::Entry entry(uint64_t i, uint32_t tep, uint32_t metric) {
     typename Sm::Entry e(id(i));

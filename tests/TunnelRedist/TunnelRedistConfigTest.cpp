@@ -7,9 +7,7 @@ using namespace Tunnel::TunnelRedist;
 namespace {
 
 Vorn::IpGenPrefix prefix(const char* text) { return Vorn::IpGenPrefix(std::string_view(text)); }
-TunnelId ldp(uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(Tunnel::TunnelTable::ldpTunnel, index));
-}
+TunnelId ldp(uint64_t index) { return TunnelId(Tunnel::TunnelTable::ldpTunnel, index); }
 
 struct ConfigRecorder : TunnelRedistConfig::NotifieeConst {
   std::vector<std::string> seen;

@@ -194,7 +194,7 @@ TEST(TunnelRibCalculatorTest, RibsFollowTheRuleThroughRandomChanges) {
     TunnelType t = types[rng() % 5];
     uint64_t index = 1 + rng() % 12;
     if (rng() % 5 == 0) {
-      f.erase(TunnelId(TunnelId::convertToTunnelValue(t, index)));
+      f.erase(TunnelId(t, index));
     } else {
       Written w;
       auto p = Fixture::prefix(static_cast<uint32_t>(rng() % 4));
@@ -223,7 +223,7 @@ TEST(TunnelRibCalculatorTest, IgnoresWhatDoesNotCompeteAndCountsOnlyChanges) {
   // BGP-LU tunnels its producer keeps out of the RIB offer nothing.
   auto bgpLu = bgpLuTunnelTableFactory("bgpLu");
   ASSERT_TRUE(f.calc.inputIs(bgpLu));
-  BgpLuTunnelTableEntry lu(TunnelId(TunnelId::convertToTunnelValue(bgpLuTunnel, 1)));
+  BgpLuTunnelTableEntry lu(TunnelId(bgpLuTunnel, 1));
   lu.endpointIs(TepIndex(0), Fixture::prefix(0));
   lu.contributionIs(ContributionToTunnelRIB::doesNotContribute);
   bgpLu->entryIs(lu);
@@ -248,7 +248,7 @@ TEST(TunnelRibCalculatorTest, IgnoresWhatDoesNotCompeteAndCountsOnlyChanges) {
   // What an earlier run left for endpoints nobody offers goes; the rest stays.
   f.write(ldpTunnel, 1, w);
   TunnelRibEntry left(ColoredTunnelEndpoint(Fixture::prefix(9), 4));
-  left.addTunnelWithBw(TunnelId(TunnelId::convertToTunnelValue(srTePolicyTunnel, 3)), 1);
+  left.addTunnelWithBw(TunnelId(srTePolicyTunnel, 3), 1);
   f.coloredRib->tunnelRibEntryIs(left);
   f.calc.cliRib(false)->entryIs(ColoredTunnelEndpoint(Fixture::prefix(8)));
   EXPECT_EQ(f.calc.reconcile(), 2u);

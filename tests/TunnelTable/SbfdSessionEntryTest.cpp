@@ -16,9 +16,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using Entry = ZorbSdkSbfdSessionTunnelTableEntry;
 
-TunnelId sessionId(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
+TunnelId sessionId(TunnelType type, uint64_t index) { return TunnelId(type, index); }
 
 using valuecontract::recordOf;
 

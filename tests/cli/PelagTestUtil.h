@@ -16,7 +16,7 @@ inline ColoredTunnelEndpoint cep(uint32_t i) {
   return ColoredTunnelEndpoint(Vorn::IpGenPrefix(Vorn::IpGenAddr(0x0a000000u + i), 32), i % 3);
 }
 
-inline TunnelId tid(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, i)); }
+inline TunnelId tid(uint64_t i) { return TunnelId(ldpTunnel, i); }
 
 // Every RIB, entry (empty ones included) and candidate with its value and ids.
 inline std::string dump(TunnelPelagStatus const& s) {

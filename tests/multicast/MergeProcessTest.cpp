@@ -15,9 +15,7 @@ namespace {
 
 using Model = std::map<TunnelId, MplsMulticastTunnelTableEntry>;
 
-TunnelId mcastId(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
+TunnelId mcastId(TunnelType type, uint64_t index) { return TunnelId(type, index); }
 
 // `gen` sets the tree and the branches, so that a rewrite changes the value.
 template <typename Entry>

@@ -55,7 +55,7 @@ class TableSet {
   Tables t_;
 };
 
-TunnelId key(uint64_t i) { return TunnelId(TunnelId::convertToTunnelValue(mldpTunnel, i)); }
+TunnelId key(uint64_t i) { return TunnelId(mldpTunnel, i); }
 
 MplsMulticastTunnelTableEntry entry(uint64_t i, TunnelType type, uint32_t gen, int vias) {
   MplsMulticastTunnelTableEntry e(key(i), MulticastTreeId("tree-" + std::to_string(gen)));
@@ -68,26 +68,26 @@ MplsMulticastTunnelTableEntry entry(uint64_t i, TunnelType type, uint32_t gen, i
   return e;
 }
 
-// What the output must hold: static overrides MLDP, whole.
-std::map<uint64_t, MplsMulticastTunnelTableEntry> expected(Tables const& t) {
-  std::map<uint64_t, MplsMulticastTunnelTableEntry> want;
+using Contents = std::map<uint64_t, MplsMulticastTunnelTableEntry>;
+
+// Adds every entry of `table` to `into`, replacing what is there.
+Contents& add(Contents& into, MplsMulticastTunnelTable const& table) {
   MplsMulticastTunnelTableEntry e;
-  for (TunnelId k : t.mldp->entryKeys(nullptr, SIZE_MAX)) {
-    if (t.mldp->entry(k, e)) want[k.value()] = e;
+  for (TunnelId k : table.entryKeys(nullptr, SIZE_MAX)) {
+    if (table.entry(k, e)) into[k.value()] = e;
   }
-  for (TunnelId k : t.statics->entryKeys(nullptr, SIZE_MAX)) {
-    if (t.statics->entry(k, e)) want[k.value()] = e;
-  }
-  return want;
+  return into;
 }
 
-std::map<uint64_t, MplsMulticastTunnelTableEntry> output(Tables const& t) {
-  std::map<uint64_t, MplsMulticastTunnelTableEntry> got;
-  MplsMulticastTunnelTableEntry e;
-  for (TunnelId k : t.merged->entryKeys(nullptr, SIZE_MAX)) {
-    if (t.merged->entry(k, e)) got[k.value()] = e;
-  }
-  return got;
+// What the output must hold: static overrides MLDP, whole.
+Contents expected(Tables const& t) {
+  Contents want;
+  return add(add(want, *t.mldp), *t.statics);
+}
+
+Contents output(Tables const& t) {
+  Contents got;
+  return add(got, *t.merged);
 }
 
 // One random write or deletion to one input, over few keys so that both
@@ -121,7 +121,7 @@ TEST_P(MergeModelTest, OutputIsStaticOverridingMldpOnceReadyAndAfterEveryChange)
     TableSet t(c.mounted);
     uint32_t gen = 0;
     for (int i = 0; i < 50; ++i) churn(*t, rng, ++gen);
-    std::map<uint64_t, MplsMulticastTunnelTableEntry> stale;
+    Contents stale;
     if (c.staleOutput) {
       // An earlier run's output: some keys the inputs hold, some they do not.
       for (uint64_t i = 20; i < 60; i += 3) {

@@ -20,9 +20,7 @@ namespace ToolTest {
 
 using namespace Tunnel::TunnelTable;
 
-inline TunnelId ldpId(uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, index));
-}
+inline TunnelId ldpId(uint64_t index) { return TunnelId(ldpTunnel, index); }
 
 inline bool has(std::string const& text, std::string const& part) {
   return text.find(part) != std::string::npos;

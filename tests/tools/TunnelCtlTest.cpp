@@ -114,9 +114,7 @@ TEST_F(TunnelCtlTest, TablesAndCountersShowWhatTheLiveWriterPublished) {
   EXPECT_EQ(j["entryNotify"], 4);
 }
 
-TunnelId fibId(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
+TunnelId fibId(TunnelType type, uint64_t index) { return TunnelId(type, index); }
 
 // The fields of the line of `out` that starts with `head` and a blank.
 std::vector<std::string> row(std::string const& out, std::string const& head) {

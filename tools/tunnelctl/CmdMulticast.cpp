@@ -57,7 +57,10 @@ int runMulticast(MulticastOptions const& o) {
   MplsMulticastTunnelTable const* tables[2] = {};
   auto none = Tunnel::TunnelTable::mplsMulticastTunnelTableFactory(Zent::String("none"));
   for (int i = 0; i < 2; ++i) {
-    if (hasPublished(o.root, std::string("tunnel/table/") + inputs[i].name, "entry")) {
+    if (hasPublished(
+            o.root,
+            std::string(Tunnel::TunnelTable::TunnelTableInfo::kMountPathPrefix) + inputs[i].name,
+            "entry")) {
       inputs[i].table =
           std::make_unique<MountedTable>(o.root, inputs[i].name, ZentTamsel::reader());
       tables[i] = multicastTable(*inputs[i].table);

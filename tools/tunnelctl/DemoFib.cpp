@@ -14,9 +14,7 @@ namespace T = Tunnel::TunnelTable;
 
 namespace {
 
-TunnelId tid(TunnelType type, uint64_t index) {
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
-}
+TunnelId tid(TunnelType type, uint64_t index) { return TunnelId(type, index); }
 
 // Neighbour n: 10.2.n.2 on Ethernet n+1.
 TunnelVia overEthernet(uint32_t n, EncapId encap) {

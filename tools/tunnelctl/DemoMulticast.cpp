@@ -28,7 +28,7 @@ bool isStatic(int slot) { return slot == kStaticMcastProducer; }
 
 TunnelId multicastId(int slot, uint64_t index) {
   bool own = isStatic(slot) && index % 4 != 0;
-  return TunnelId(TunnelId::convertToTunnelValue(own ? staticMcastTunnel : mldpTunnel, index));
+  return TunnelId(own ? staticMcastTunnel : mldpTunnel, index);
 }
 
 // A tree with two to five replication branches over the eight neighbours;

@@ -124,7 +124,7 @@ class Producer {
   }
 
   void remove(uint64_t i) {
-    TunnelId id(TunnelId::convertToTunnelValue(tunnelTypeOf(protocol_), i));
+    TunnelId id(tunnelTypeOf(protocol_), i);
     region_.stamp(slot_, i).store(nowNs(), std::memory_order_release);
     table_->entryDel(id);
     ++writes_;

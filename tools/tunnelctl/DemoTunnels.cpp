@@ -84,7 +84,7 @@ bool redistributesMetric(RedistProtocol p) {
 }
 
 LdpTunnelTableEntry ldpEntry(uint64_t index, TunnelState const& s) {
-  LdpTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(ldpTunnel, index)));
+  LdpTunnelTableEntry e(TunnelId(ldpTunnel, index));
   // Each neighbour hands out its own label for the endpoint.
   fillIgp(e, s,
           [&](uint32_t n) { return 100000 + (s.prefix * kNeighbours + n) * 16 + index % 16; });
@@ -92,14 +92,14 @@ LdpTunnelTableEntry ldpEntry(uint64_t index, TunnelState const& s) {
 }
 
 SrTunnelTableEntry isisSrEntry(uint64_t index, TunnelState const& s) {
-  SrTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(isisSrTunnel, index)));
+  SrTunnelTableEntry e(TunnelId(isisSrTunnel, index));
   // The endpoint's node SID, the same through every neighbour.
   fillIgp(e, s, [&](uint32_t) { return 16000 + s.prefix; });
   return e;
 }
 
 BgpLuTunnelTableEntry bgpLuEntry(uint64_t index, TunnelState const& s) {
-  BgpLuTunnelTableEntry e(TunnelId(TunnelId::convertToTunnelValue(bgpLuTunnel, index)));
+  BgpLuTunnelTableEntry e(TunnelId(bgpLuTunnel, index));
   fillEndpoint(e, s);
   e.bgpMetricIs(s.metric);
   for (uint32_t v = 0; v < s.vias; ++v) {

@@ -24,7 +24,7 @@ TunnelId parseTunnelIdText(std::string_view text) {
   if (index > TunnelId::kIndexMask) {
     throw Zent::ParseError(fmt::format("index {} does not fit in 43 bits", index));
   }
-  return TunnelId(TunnelId::convertToTunnelValue(type, index));
+  return TunnelId(type, index);
 }
 
 // The whole 43-bit index, also for the types that show fewer bits as their
