@@ -66,7 +66,7 @@ using valuecontract::Bytes;
 using valuecontract::recordOf;
 using Vorn::test::errorOf;
 
-TunnelId const kId(TunnelId::convertToTunnelValue(Tunnel::TunnelTable::ldpTunnel, 7));
+TunnelId const kId(Tunnel::TunnelTable::ldpTunnel, 7);
 TunnelVia const kVia(Vorn::IpGenAddr("10.0.0.2"), Vorn::IntfId::ethernet(1),
                      EncapId(EncapType::labelStackEncap, 1));
 

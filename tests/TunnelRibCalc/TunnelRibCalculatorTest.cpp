@@ -65,7 +65,7 @@ class Fixture {
 
   // Writes tunnel `index` of type `t` with the model's values.
   void write(TunnelType t, uint64_t index, Written w) {
-    TunnelId id(TunnelId::convertToTunnelValue(t, index));
+    TunnelId id(t, index);
     if (t == srTePolicyTunnel) {
       SrTePolicyTunnelTableEntry e(id);
       fill(e, w);

@@ -105,7 +105,7 @@ TEST(EntryFieldsTest, DamagedRecordsAreNotWellFormed) {
 }
 
 TEST(EvpnVxlanTunnelEntryTest, IsKeyedByItsTunnelIdAndRejectsAnOutOfRangeId) {
-  TunnelId const id(TunnelId::convertToTunnelValue(evpnVxlanTunnel, 26));
+  TunnelId const id(evpnVxlanTunnel, 26);
   EvpnVxlanTunnelEntry const e(id, VxlanTunnelInfo(IpGenAddr("10.0.0.2"), IpGenAddr(), 10010));
   EXPECT_EQ(e.key(), id);
   // 4789 is the VXLAN port unless given.

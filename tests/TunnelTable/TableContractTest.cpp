@@ -35,7 +35,7 @@ TYPED_TEST_SUITE(TableContractTest, AllTables);
 template <typename Table>
 typename Table::EntryType bigEntry(TunnelType type, uint64_t i, uint64_t gen) {
   using Entry = typename Table::EntryType;
-  TunnelId id(TunnelId::convertToTunnelValue(type, i));
+  TunnelId id(type, i);
   if constexpr (std::is_same_v<Entry, EvpnVxlanTunnelEntry>) {
     Tunnel::VxlanTunnelInfo info;
     info.vniIs(static_cast<uint32_t>(gen));

@@ -59,7 +59,7 @@ T withVias(T e, uint32_t n) {
 }
 
 TEST(MulticastEntryTest, TextFormsNameEachTypeAndListEveryField) {
-  TunnelId const id(TunnelId::convertToTunnelValue(mldpTunnel, 7));
+  TunnelId const id(mldpTunnel, 7);
   MulticastTreeId const tree("t1");
   std::string const fields = "{'tunnelId': " + std::to_string(id.value()) +
                              ", 'tunnelType': mldpTunnel, 'mcastTreeId': 't1'";
@@ -105,7 +105,7 @@ TEST(MulticastEntryDeathTest, TypesWithViasHaveNoTextConstructor) {
 }
 
 TEST(MulticastEntryTest, AnMldpEntryWithOnlyItsIdAndTypeIsEmpty) {
-  TunnelId const id(TunnelId::convertToTunnelValue(mldpTunnel, 3));
+  TunnelId const id(mldpTunnel, 3);
   EXPECT_FALSE(MldpTunnelTableEntry(id));
   EXPECT_TRUE(withVias(MldpTunnelTableEntry(id), 1));
   EXPECT_TRUE(MldpTunnelTableEntry(id, staticMcastTunnel));

@@ -40,7 +40,7 @@ TEST(TunnelIdTextTest, LabelReadsBackForEveryTypeAndTheWholeIndex) {
   // isisFlexAlgoTunnel shows 35 bits as its index; the label keeps all 43.
   for (TunnelType t : {bgpLuTunnel, isisSrTunnel, isisFlexAlgoTunnel, reservedTunnel31}) {
     for (uint64_t index : {uint64_t{0}, uint64_t{0x7ffffffff} + 5, TunnelId::kIndexMask}) {
-      TunnelId id(TunnelId::convertToTunnelValue(t, index));
+      TunnelId id(t, index);
       EXPECT_EQ(parseTunnelIdText(tunnelIdLabel(id)), id) << tunnelIdLabel(id);
     }
   }
