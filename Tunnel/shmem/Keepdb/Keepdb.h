@@ -64,7 +64,8 @@ class Error : public std::runtime_error {
 };
 
 // The record form of a key or a member. Plain fixed records are copied as
-// bytes (and checked with wellFormed() when the type has one); strings are
+// bytes (and checked with wellFormed() when the type has one, or with a
+// keepdbValid(v) found by argument lookup, for enumerations); strings are
 // their characters; a value type supplies
 //   void keepdbRecord(std::string& out) const;
 //   static bool keepdbFromRecord(std::string_view rec, T& out);
@@ -98,6 +99,8 @@ struct Codec<T> {
       std::memcpy(&out, rec.data(), sizeof(T));
       if constexpr (requires { out.wellFormed(); }) {
         return out.wellFormed();
+      } else if constexpr (requires { keepdbValid(out); }) {
+        return keepdbValid(out);  // an enumeration names the values it has
       } else {
         return true;
       }
