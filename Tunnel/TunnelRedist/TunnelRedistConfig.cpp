@@ -1,5 +1,6 @@
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "Tunnel/framework/Text.h"
@@ -81,6 +82,110 @@ void TunnelRedistConfig::NotifieeConst::onAttribute(Zent::AttributeId id, Zent::
 
 Zent::Ptr<TunnelRedistConfig> tunnelRedistConfigFactory(Zent::String const& name) {
   return Zent::newEntity<TunnelRedistConfig>(name);
+}
+
+namespace {
+
+// One member in an entry's record.
+struct MemberRecord {
+  uint64_t tunnelId;
+  uint32_t igpMetric;
+} __attribute__((packed));
+static_assert(sizeof(MemberRecord) == 12);
+constexpr uint32_t kMaxMembersKept = 600;
+
+void entryRecord(TunnelRedistEntry const& e, std::string& out) {
+  std::vector<MemberRecord> members;
+  members.reserve(e.memberTunnelInfoCount());
+  for (auto it = e.memberTunnelInfos().begin(); it != e.memberTunnelInfos().end(); ++it) {
+    members.push_back({it.key().value(), it->igpMetric()});
+  }
+  // Ascending, so that equal entries have equal records whatever order the
+  // members arrived in.
+  std::sort(members.begin(), members.end(),
+            [](MemberRecord const& a, MemberRecord const& b) { return a.tunnelId < b.tunnelId; });
+  auto n = static_cast<uint32_t>(members.size());
+  out.assign(reinterpret_cast<char const*>(&n), sizeof n);
+  out.append(reinterpret_cast<char const*>(members.data()), members.size() * sizeof(MemberRecord));
+}
+
+// The members of a record, ascending and each a valid tunnel id; false when
+// the record is anything else.
+bool parseEntryRecord(std::string_view rec, std::vector<TunnelInfo>& out) {
+  uint32_t n = 0;
+  if (rec.size() < sizeof n) return false;
+  std::memcpy(&n, rec.data(), sizeof n);
+  if (n > kMaxMembersKept || rec.size() != sizeof n + size_t{n} * sizeof(MemberRecord))
+    return false;
+  out.clear();
+  uint64_t last = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    MemberRecord m{};
+    std::memcpy(&m, rec.data() + sizeof n + i * sizeof m, sizeof m);
+    if (m.tunnelId > TunnelId::maxValue || (i > 0 && m.tunnelId <= last)) return false;
+    last = m.tunnelId;
+    out.emplace_back(TunnelId(m.tunnelId), uint32_t{m.igpMetric});
+  }
+  return true;
+}
+
+Keepdb::Schema makeSchema() {
+  using Config = TunnelRedistConfig;
+  Keepdb::Schema s;
+  s.typeName = "Tunnel::TunnelRedist::TunnelRedistConfig";
+  s.maxRecord = sizeof(uint32_t) + kMaxMembersKept * sizeof(MemberRecord);
+  // Keys, key lists and removal as for any keyed collection; the record is
+  // the entry's members, applied member by member so that a reader's
+  // reactors hear each change once.
+  Keepdb::Attr a = Keepdb::keyed<Config, Config::EntryMap>(
+      Config::kEntryId, "entry",
+      [](Config const& c) -> Config::EntryMap const& { return c.entries(); },
+      [](Config& c, Vorn::IpGenPrefix const& p) { c.entryDel(p); });
+  a.read = [](Zent::Entity const& e, std::string_view key, std::string& out) {
+    Vorn::IpGenPrefix prefix;
+    if (!Keepdb::Codec<Vorn::IpGenPrefix>::get(key, prefix)) return false;
+    auto entry = static_cast<Config const&>(e).entry(prefix);
+    if (!entry) return false;
+    entryRecord(*entry, out);
+    return true;
+  };
+  a.apply = [](Zent::Entity& e, std::string_view key, std::string_view rec) {
+    Vorn::IpGenPrefix prefix;
+    std::vector<TunnelInfo> members;
+    if (!Keepdb::Codec<Vorn::IpGenPrefix>::get(key, prefix) || !parseEntryRecord(rec, members)) {
+      return false;
+    }
+    auto entry = static_cast<Config&>(e).entryIs(prefix);
+    std::vector<TunnelId> gone;
+    for (auto it = entry->memberTunnelInfos().begin(); it != entry->memberTunnelInfos().end();
+         ++it) {
+      bool kept = std::binary_search(
+          members.begin(), members.end(), TunnelInfo(it.key(), 0),
+          [](TunnelInfo const& x, TunnelInfo const& y) { return x.tunnelId() < y.tunnelId(); });
+      if (!kept) gone.push_back(it.key());
+    }
+    for (TunnelId const& id : gone) entry->memberTunnelInfoDel(id);
+    for (TunnelInfo const& m : members) entry->memberTunnelInfoIs(m);
+    return true;
+  };
+  a.child = [](Zent::Entity const& e, std::string_view key) -> Zent::Entity const* {
+    Vorn::IpGenPrefix prefix;
+    if (!Keepdb::Codec<Vorn::IpGenPrefix>::get(key, prefix)) return nullptr;
+    return static_cast<Config const&>(e).entry(prefix).ptr();
+  };
+  s.attrs.push_back(std::move(a));
+  return s;
+}
+
+}  // namespace
+
+Keepdb::Schema const& tunnelRedistConfigSchema() {
+  static Keepdb::Schema const schema = makeSchema();
+  return schema;
+}
+
+std::string tunnelRedistConfigPath(std::string_view name) {
+  return "tunnel/redist/" + std::string(name);
 }
 
 void registerTypes() {

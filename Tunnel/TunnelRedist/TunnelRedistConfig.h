@@ -7,12 +7,14 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <string_view>
 
 #include "Tunnel/TunnelTable/TunnelId.h"
 #include "Tunnel/framework/Entity.h"
 #include "Tunnel/framework/HashMap2018.h"
 #include "Tunnel/framework/String.h"
 #include "Tunnel/net/IpGenPrefix.h"
+#include "Tunnel/shmem/Keepdb/Keepdb.h"
 
 namespace Tunnel::TunnelRedist {
 
@@ -132,6 +134,12 @@ Zent::Ptr<TunnelRedistConfig> tunnelRedistConfigFactory(Zent::String const& name
 inline Zent::Ptr<TunnelRedistConfig> TunnelRedistConfigIs(Zent::String const& name) {
   return tunnelRedistConfigFactory(name);
 }
+
+// How the state database keeps a configuration: one record per entry, its
+// members ascending by tunnel id (12 bytes each, at most 600 per entry).
+Keepdb::Schema const& tunnelRedistConfigSchema();
+// Where the configuration named `name` is published: "tunnel/redist/<name>".
+std::string tunnelRedistConfigPath(std::string_view name);
 
 void registerTypes();
 

@@ -53,6 +53,9 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   auto multicast = run({"multicast", "--root", root()});  // checked afresh by the tool too
   EXPECT_EQ(multicast.code, 0) << multicast.err;
   EXPECT_NE(multicast.out.find("(static overrides MLDP): match"), std::string::npos);
+  auto redist = run({"redist", "isis-sr", "--root", root()});  // as its consumer published it
+  EXPECT_EQ(redist.code, 0) << redist.err;
+  EXPECT_NE(redist.err.find("the consumer that published it (pid "), std::string::npos);
   auto rib = run({"rib", "--root", root()});
   EXPECT_EQ(rib.code, 0) << rib.err;
   EXPECT_NE(rib.out.find("tunnelRib at tunnel/rib/tunnelRib: "), std::string::npos) << rib.out;
@@ -67,7 +70,7 @@ TEST_F(TunnelCtlDemoTest, KeptTablesAreThereToInspectAndTheNextRunCleansUp) {
   // A second run starts afresh over what the first one left, and removes it.
   auto r = run(demo("1"));
   ASSERT_EQ(r.code, 0) << r.out << r.err;
-  EXPECT_NE(r.out.find("tables imply: match"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("in the state database: match"), std::string::npos) << r.out;
   for (std::string table : {"ldp", "sr", "bgpLu"}) {  // "  <table>  <numbers>  <verdict>"
     size_t const at = r.out.find("\n  " + table + " ") + 1;
     EXPECT_TRUE(r.out.substr(at, r.out.find('\n', at) - at).ends_with("  yes")) << table << r.out;

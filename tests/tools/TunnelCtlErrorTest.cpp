@@ -23,7 +23,7 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"show", "nosuch"}), "no such table: nosuch"},
       {withRoot({"watch", "nosuch"}), "no such table: nosuch"},
       {withRoot({"counters", "nosuch"}), "no such table: nosuch"},
-      {withRoot({"redist", "bgp-lu"}), "no such table: bgpLu"},  // no producer published it
+      {withRoot({"redist", "bgp-lu"}), "no bgp-lu redistribution configuration under"},
       {withRoot({"fib"}), "no tunnel FIB under " + root_.path()},
       {withRoot({"fib", "show", "bgpLuTunnel:1"}), "no tunnel FIB under"},
       {withRoot({"resolve", "bgpLuTunnel:1"}), "no tunnel FIB under"},

@@ -1,7 +1,7 @@
-// tunnelctl redist: runs a protocol's redistribution machine over its table,
-// mounted as a key shadow, and prints the configuration it keeps; with
-// --watch it follows the table and prints the configuration again after
-// every change.
+// tunnelctl redist: prints the redistribution configuration a consumer
+// computed from a protocol's table and publishes in the state database;
+// with --watch it follows the consumer's changes and prints the
+// configuration again after every burst of them.
 
 #include <chrono>
 #include <cstdio>
@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
-#include "Tunnel/shmem/ZentTamsel/Mount.h"
+#include "Tunnel/shmem/Keepdb/Keepdb.h"
 #include "tools/tunnelctl/Commands.h"
 #include "tools/tunnelctl/JsonText.h"
 #include "tools/tunnelctl/RedistFollower.h"
@@ -25,10 +25,9 @@ using Tunnel::TunnelTable::TunnelId;
 
 namespace {
 
-void printText(RedistFollower const& f, std::string const& table, std::string const& root) {
-  ConfigView v = f.current();
-  fmt::print("{} redistribution of table {} under {}: {} entries, {} members\n",
-             keyword(f.protocol()), table, root, v.size(), memberCount(v));
+void printText(RedistProtocol p, ConfigView const& v, std::string const& root) {
+  fmt::print("{} redistribution of table {} under {}: {} entries, {} members\n", keyword(p),
+             tableNameOf(p), root, v.size(), memberCount(v));
   for (auto const& [prefix, members] : v) {
     fmt::print("{}  {} member{}\n", prefix.stringValue(), members.size(),
                members.size() == 1 ? "" : "s");
@@ -38,11 +37,10 @@ void printText(RedistFollower const& f, std::string const& table, std::string co
   }
 }
 
-void printJson(RedistFollower const& f, std::string const& table, int indent) {
-  ConfigView v = f.current();
+void printJson(RedistProtocol p, ConfigView const& v, int indent) {
   nlohmann::ordered_json j;
-  j["protocol"] = std::string(keyword(f.protocol()));
-  j["table"] = table;
+  j["protocol"] = std::string(keyword(p));
+  j["table"] = tableNameOf(p);
   auto entries = nlohmann::ordered_json::array();
   for (auto const& [prefix, members] : v) {
     nlohmann::ordered_json e;
@@ -66,24 +64,29 @@ int runRedist(RedistOptions const& o) {
   if (!parseRedistProtocol(o.protocol, p)) {
     throw UsageError(fmt::format("unknown protocol '{}' (ldp, isis-sr or bgp-lu)", o.protocol));
   }
-  std::string table = tableNameOf(p);
-  TableFile file = inspectTable(o.root, table);  // names what is missing
-  if (file.writerPid != 0 && !file.writerAlive) {
-    printNote(fmt::format("the writer of table {} (pid {}) is gone; using what it left", table,
-                          file.writerPid));
+  checkStateRoot(o.root);
+  std::string const path = Tunnel::TunnelRedist::tunnelRedistConfigPath(keyword(p));
+  if (!Keepdb::exists(o.root, path)) {
+    throw CtlError(
+        fmt::format("no {} redistribution configuration under {} (no consumer publishes one)",
+                    keyword(p), o.root));
   }
   if (o.watch) installStopSignals();
   ZentTamsel::MountRegistry registry;
-  Tunnel::TunnelTable::TunnelTableMounter mounter(
-      ZentTamsel::Mount(Zent::String(o.root), registry));
-  auto follower = RedistFollower::create(p, mounter);
+  auto config = Tunnel::TunnelRedist::tunnelRedistConfigFactory(Zent::String(keyword(p)));
+  Keepdb::Binding published(o.root, path, config, Tunnel::TunnelRedist::tunnelRedistConfigSchema(),
+                            Keepdb::Mode::reader, &registry);
+  if (!published.writerAlive()) {
+    printNote(fmt::format("the consumer that published it (pid {}) is gone; showing what it left",
+                          published.writerPid()));
+  }
   bool terminal = o.watch && ::isatty(STDOUT_FILENO);
   auto print = [&] {
     if (terminal) fmt::print("\x1b[H\x1b[2J");
     if (o.json) {
-      printJson(*follower, table, o.watch ? -1 : 2);
+      printJson(p, configView(*config), o.watch ? -1 : 2);
     } else {
-      printText(*follower, table, o.root);
+      printText(p, configView(*config), o.root);
     }
     std::fflush(stdout);
   };

@@ -42,7 +42,10 @@ struct Child {
 
 std::vector<std::string> demoTablePaths() {
   std::vector<std::string> paths;
-  for (RedistProtocol p : kRedistProtocols) paths.push_back("tunnel/table/" + tableNameOf(p));
+  for (RedistProtocol p : kRedistProtocols) {
+    paths.push_back("tunnel/table/" + tableNameOf(p));
+    paths.push_back(Tunnel::TunnelRedist::tunnelRedistConfigPath(keyword(p)));
+  }
   paths.push_back(Tunnel::TunnelFib::TunnelFib::kMountPath);
   for (auto const* p : kRibPaths) paths.push_back(p);
   for (auto const* p : kMulticastPaths) paths.push_back(p);
@@ -80,8 +83,9 @@ void removeTables(std::string const& root) {
     }
   }
   // Only directories left empty go.
-  for (auto const& dir : {root + "/tunnel/table", root + "/tunnel/rib", root + "/tunnel/cli",
-                          root + "/tunnel/multicast", root + "/tunnel", root}) {
+  for (auto const& dir :
+       {root + "/tunnel/table", root + "/tunnel/rib", root + "/tunnel/cli",
+        root + "/tunnel/multicast", root + "/tunnel/redist", root + "/tunnel", root}) {
     ::rmdir(dir.c_str());
   }
 }
@@ -251,6 +255,13 @@ int runDemo(DemoOptions const& o) {
   stopAll(children, interrupted);
   progress.show(true);
 
+  // What the consumer published, read back by another process than the
+  // one that wrote it, before the tables go.
+  for (int i = 0; i < kProducers; ++i) {
+    auto published = publishedView(o.root, kRedistProtocols[i]);
+    h.result[i].matchesPublished.store(published &&
+                                       configDigest(*published) == h.proc[i].digest.load());
+  }
   if (!o.keep) removeTables(o.root);
   if (interrupted) {
     fmt::print("\ninterrupted: stopped {} processes; {}\n", children.size(),
@@ -263,7 +274,9 @@ int runDemo(DemoOptions const& o) {
   }
   printSummary(region, o, commandPath(), o.root == kDefaultStateRoot ? "" : " --root " + o.root);
   bool match = h.rib.matches.load() != 0 && h.multicast.matches.load() != 0;
-  for (auto const& r : h.result) match = match && r.matchesTable.load() && r.matchesProducer.load();
+  for (auto const& r : h.result) {
+    match = match && r.matchesTable.load() && r.matchesProducer.load() && r.matchesPublished.load();
+  }
   return match ? kExitOk : kExitRuntime;
 }
 

@@ -76,6 +76,8 @@ struct Following {
   }
 
   void publish(ProcStatus& status) const {
+    // The configurations go out to the state database with the progress.
+    for (auto const& f : followers) f->flush();
     uint64_t entries = 0, members = 0;
     for (auto const& f : followers) {
       auto const& config = *f->config();
@@ -96,6 +98,7 @@ void follow(SharedRegion const& region, DemoOptions const& o, Following& f) {
   TunnelTableMounter mounter(ZentTamsel::Mount(Zent::String(o.root), f.registry));
   for (int i = 0; i < kProducers; ++i) {
     f.followers[i] = RedistFollower::create(kRedistProtocols[i], mounter);
+    f.followers[i]->publish(o.root);
     ProcStatus const& producer = h.proc[i];
     f.reactors[i] = KeyReactor::attach(f.followers[i]->table().ptr(), [&, i](TunnelId const& id) {
       ++f.notifications[i];

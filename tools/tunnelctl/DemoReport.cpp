@@ -104,7 +104,8 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
                   std::string const& rootOption) {
   SharedHeader const& h = region.header();
   fmt::print(
-      "\nSummary: 3 producers and 1 consumer, {} tunnels per table ({} per multicast table), "
+      "\nSummary: 3 producers and 1 consumer of unicast tables, {} tunnels per table ({} per "
+      "multicast table), "
       "{:.1f} "
       "s of churn\n\n",
       grouped(o.tunnels), grouped(multicastTunnels(o)), o.seconds);
@@ -118,7 +119,7 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
     ProtocolResult const& r = h.result[i];
     double secs = seconds(p.churnStartNs.load(), p.churnEndNs.load());
     double rate = secs > 0 ? static_cast<double>(p.churnWrites.load()) / secs : 0;
-    bool match = r.matchesTable.load() && r.matchesProducer.load();
+    bool match = r.matchesTable.load() && r.matchesProducer.load() && r.matchesPublished.load();
     all = all && match;
     fmt::print("  {:<8} {:>8} {:>10} {:>14} {:>14} {:>8} {:>14}  {}\n",
                tableNameOf(kRedistProtocols[i]), grouped(r.tableEntries.load()),
@@ -167,8 +168,10 @@ void printSummary(SharedRegion const& region, DemoOptions const& o, std::string 
       grouped(mc.mldpEntries.load()), grouped(mc.staticEntries.load()),
       grouped(mc.overrides.load()), grouped(mc.mergedEntries.load()), yesNo(mc.ready.load()),
       mc.matches.load() ? "match" : "MISMATCH");
-  fmt::print("  consumer configuration equals what the producers' tables imply: {}\n\n",
-             all ? "match" : "MISMATCH");
+  fmt::print(
+      "  consumer configuration equals what the producers' tables imply, and so does what it "
+      "published in the state database: {}\n\n",
+      all ? "match" : "MISMATCH");
   if (o.keep) {
     fmt::print("Look further (the tables stay in {}, their writers gone, until the next demo):\n",
                o.root);

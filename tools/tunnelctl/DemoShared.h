@@ -66,7 +66,10 @@ struct ProtocolResult {
   std::atomic<uint64_t> notifications{0};
   std::atomic<uint32_t> matchesTable{0};     // configuration == what the table implies
   std::atomic<uint32_t> matchesProducer{0};  // and its digest == the producer's own
-  std::atomic<uint64_t> sampleTunnel{0};     // a tunnel id present at the end, for `show`
+  // and what it published in the state database, read back by the demo's
+  // own process, has the producer's digest too
+  std::atomic<uint32_t> matchesPublished{0};
+  std::atomic<uint64_t> sampleTunnel{0};  // a tunnel id present at the end, for `show`
 };
 
 struct LatencyResult {

@@ -102,6 +102,7 @@ class Follower : public RedistFollower {
     sm_->handleInitialized();
   }
   ~Follower() override {
+    published_ = nullptr;
     sm_ = nullptr;
     table_ = nullptr;
     mounter_.unmount(tableIdOf(protocol()));
@@ -127,6 +128,26 @@ class Follower : public RedistFollower {
 };
 
 }  // namespace
+
+std::optional<ConfigView> publishedView(std::string const& root, RedistProtocol p) {
+  std::string const path = Tunnel::TunnelRedist::tunnelRedistConfigPath(keyword(p));
+  if (!Keepdb::exists(root, path)) return std::nullopt;
+  try {
+    auto config = Tunnel::TunnelRedist::tunnelRedistConfigFactory(Zent::String(keyword(p)));
+    Keepdb::Binding reader(root, path, config, Tunnel::TunnelRedist::tunnelRedistConfigSchema(),
+                           Keepdb::Mode::reader);
+    return configView(*config);
+  } catch (Tamsel::Error const&) {
+    return std::nullopt;
+  }
+}
+
+void RedistFollower::publish(std::string const& root) {
+  published_ = std::make_unique<Keepdb::Binding>(
+      root, Tunnel::TunnelRedist::tunnelRedistConfigPath(keyword(protocol_)), config(),
+      Tunnel::TunnelRedist::tunnelRedistConfigSchema(), Keepdb::Mode::writerReplace);
+  published_->flush();
+}
 
 std::unique_ptr<RedistFollower> RedistFollower::create(RedistProtocol p,
                                                        TunnelTableMounter const& mounter) {

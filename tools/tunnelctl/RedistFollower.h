@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,7 @@
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/net/IpGenPrefix.h"
+#include "Tunnel/shmem/Keepdb/Keepdb.h"
 
 namespace TunnelCtl {
 
@@ -38,6 +40,11 @@ uint64_t memberCount(ConfigView const& v);
 uint64_t memberDigest(Vorn::IpGenPrefix const& prefix, uint64_t tunnelId, uint32_t metric);
 uint64_t configDigest(ConfigView const& v);
 
+// The configuration a consumer published for `p` under `root`, read once
+// through the state database; nothing when none is published or it cannot
+// be read.
+std::optional<ConfigView> publishedView(std::string const& root, RedistProtocol p);
+
 class RedistFollower {
  public:
   // Mounts the protocol's table under `mounter` as a key shadow and starts
@@ -53,8 +60,18 @@ class RedistFollower {
   virtual ConfigView expected() const = 0;
   ConfigView current() const { return configView(*config()); }
 
+  // Publishes the configuration in the state database under `root`
+  // (tunnelRedistConfigPath(keyword)), replacing what an earlier consumer
+  // left there. Throws what Keepdb::Binding throws.
+  void publish(std::string const& root);
+  // Writes what changed since the last flush; 0 when not publishing.
+  size_t flush() { return published_ ? published_->flush() : 0; }
+  Keepdb::Binding const* published() const { return published_.get(); }
+
  protected:
   explicit RedistFollower(RedistProtocol p) : protocol_(p) {}
+  // Derived destructors stop publishing before they take the machine down.
+  std::unique_ptr<Keepdb::Binding> published_;
 
  private:
   RedistProtocol protocol_;

@@ -46,7 +46,7 @@ std::string directory(std::string const& root, std::string const& path) {
 }
 
 bool exists(std::string const& root, std::string const& path) {
-  struct stat st{};
+  struct stat st {};
   return ::stat(Tamsel::TablePaths(directory(root, path), kAttrsCollection).table.c_str(), &st) ==
          0;
 }
@@ -168,27 +168,42 @@ void Binding::markAll() {
 size_t Binding::flush() {
   fmassert(writer_, "flush on a reader of {}", dir_);
   size_t n = 0;
+  std::set<DirtyKey> failed;
+  std::string firstError;
   while (!dirty_.empty()) {
-    DirtyKey const& dk = *dirty_.begin();
+    auto node = dirty_.extract(dirty_.begin());
+    DirtyKey const& dk = node.value();
     Attr const* a = schema_.attr(dk.first);
     RecordKey key = recordKey(dk.first, dk.second);
-    bool present = a && a->read(*entity_, dk.second, scratch_);
-    char const* rec = nullptr;
-    uint32_t len = 0;
-    bool stored = writer_->find(&key, key.hash(), &rec, &len);
-    if (present && (!stored || std::string_view(rec, len) != scratch_)) {
-      writer_->write(&key, key.hash(), static_cast<uint32_t>(scratch_.size()), [&](char* dst) {
-        if (!scratch_.empty()) std::memcpy(dst, scratch_.data(), scratch_.size());
-      });
-      ++writes_;
-      ++n;
-    } else if (!present && stored) {
-      writer_->remove(&key, key.hash(), [](char const*, uint32_t) {});
-      ++removes_;
-      ++n;
+    try {
+      bool present = a && a->read(*entity_, dk.second, scratch_);
+      char const* rec = nullptr;
+      uint32_t len = 0;
+      bool stored = writer_->find(&key, key.hash(), &rec, &len);
+      if (present && (!stored || std::string_view(rec, len) != scratch_)) {
+        writer_->write(&key, key.hash(), static_cast<uint32_t>(scratch_.size()), [&](char* dst) {
+          if (!scratch_.empty()) std::memcpy(dst, scratch_.data(), scratch_.size());
+        });
+        ++writes_;
+        ++n;
+      } else if (!present && stored) {
+        writer_->remove(&key, key.hash(), [](char const*, uint32_t) {});
+        ++removes_;
+        ++n;
+      }
+    } catch (std::exception const& e) {
+      // The other members still go out; this one waits for the next flush.
+      if (firstError.empty()) {
+        firstError = fmt::format("{}: {} not kept: {}", dir_, a ? a->name : "attribute", e.what());
+      }
+      failed.insert(std::move(node));
+      continue;
     }
     if (a && a->child) watchChild(*a, dk);
-    dirty_.erase(dirty_.begin());
+  }
+  if (!failed.empty()) {
+    dirty_.merge(failed);
+    throw Error(firstError);
   }
   return n;
 }

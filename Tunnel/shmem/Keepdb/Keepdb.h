@@ -80,8 +80,7 @@ concept OwnRecord = requires(T const& v, std::string& out, std::string_view rec,
 };
 
 template <typename T>
-  requires(std::is_trivially_copyable_v<T> && !OwnRecord<T>)
-struct Codec<T> {
+requires(std::is_trivially_copyable_v<T> && !OwnRecord<T>) struct Codec<T> {
   static void put(T const& v, std::string& out) {
     if constexpr (std::is_same_v<T, bool>) {
       out.assign(1, v ? '\1' : '\0');
@@ -193,12 +192,12 @@ Attr scalar(Zent::AttributeId id, std::string name, Get get, Set set) {
   return a;
 }
 
-// A keyed collection: `members(e)` is its HashMap2018; `set(e, key, value)`
-// and `del(e, key)` are the entity's mutators (rules 2 and 3).
-template <typename E, typename Map, typename Members, typename Set, typename Del>
-Attr collection(Zent::AttributeId id, std::string name, Members members, Set set, Del del) {
+// The key side of a keyed collection: `members(e)` is its HashMap2018 and
+// `del(e, key)` the entity's removal (rule 3). A collection whose members
+// need a record of their own making adds read and apply to it.
+template <typename E, typename Map, typename Members, typename Del>
+Attr keyed(Zent::AttributeId id, std::string name, Members members, Del del) {
   using K = typename Map::KeyType;
-  using V = typename Map::ValueType;
   Attr a;
   a.id = id;
   a.name = std::move(name);
@@ -206,6 +205,28 @@ Attr collection(Zent::AttributeId id, std::string name, Members members, Set set
     Codec<K>::put(key.as<K>(), out);
     return out.size() <= RecordKey::kMaxKeyBytes;
   };
+  a.keys = [members](Zent::Entity const& e, std::vector<std::string>& out) {
+    Map const& m = members(static_cast<E const&>(e));
+    for (auto it = m.begin(); it != m.end(); ++it) {
+      Codec<K>::put(it.key(), out.emplace_back());
+    }
+  };
+  a.remove = [del](Zent::Entity& e, std::string_view keyRec) {
+    K key{};
+    if (!Codec<K>::get(keyRec, key)) return false;
+    del(static_cast<E&>(e), key);
+    return true;
+  };
+  return a;
+}
+
+// A keyed collection whose members are kept in their Codec form; `set(e,
+// key, value)` is the entity's mutator (rule 2).
+template <typename E, typename Map, typename Members, typename Set, typename Del>
+Attr collection(Zent::AttributeId id, std::string name, Members members, Set set, Del del) {
+  using K = typename Map::KeyType;
+  using V = typename Map::ValueType;
+  Attr a = keyed<E, Map>(id, std::move(name), members, del);
   a.read = [members](Zent::Entity const& e, std::string_view keyRec, std::string& out) {
     K key{};
     if (!Codec<K>::get(keyRec, key)) return false;
@@ -214,23 +235,11 @@ Attr collection(Zent::AttributeId id, std::string name, Members members, Set set
     Codec<V>::put(*v, out);
     return true;
   };
-  a.keys = [members](Zent::Entity const& e, std::vector<std::string>& out) {
-    Map const& m = members(static_cast<E const&>(e));
-    for (auto it = m.begin(); it != m.end(); ++it) {
-      Codec<K>::put(it.key(), out.emplace_back());
-    }
-  };
   a.apply = [set](Zent::Entity& e, std::string_view keyRec, std::string_view rec) {
     K key{};
     V v{};
     if (!Codec<K>::get(keyRec, key) || !Codec<V>::get(rec, v)) return false;
     set(static_cast<E&>(e), key, v);
-    return true;
-  };
-  a.remove = [del](Zent::Entity& e, std::string_view keyRec) {
-    K key{};
-    if (!Codec<K>::get(keyRec, key)) return false;
-    del(static_cast<E&>(e), key);
     return true;
   };
   return a;
@@ -274,7 +283,8 @@ class Binding : public ZentTamsel::DispatchSource {
   std::string const& dir() const { return dir_; }
 
   // Writer: publishes what changed; returns the records written or removed.
-  // Throws Error (the member stays pending) when a record outgrows the table.
+  // A member the table refuses (a record larger than its bound, a full file
+  // system) stays pending while the others go out; then Error says which.
   size_t flush();
   size_t pendingCount() const { return dirty_.size(); }
   uint64_t writes() const { return writes_; }
