@@ -121,10 +121,9 @@ bool DecapGroup::keepdbFromRecord(std::string_view rec, DecapGroup& out) {
   uint32_t const listAt = r.offset();
   if (!r.checkList<DecapIpArray>() || r.offset() != rec.size()) return false;
   TunnelTable::RecordReader list(rec.data() + listAt, rec.size() - listAt);
-  DecapGroup g(Zent::String(nameText), static_cast<DecapTunnelType>(type));
-  list.getList(g.decapIp_);
-  if (!list.ok()) return false;
-  out = g;
+  out.name_ = Zent::String(nameText);
+  out.tunnelType_ = static_cast<DecapTunnelType>(type);
+  list.getList(out.decapIp_);  // checked above, so it reads the whole list
   return true;
 }
 
