@@ -24,7 +24,7 @@ namespace {
 using Counts = std::map<std::string, int>;
 using Tunnel::TunnelTable::TunnelId;
 
-Vorn::IpGenPrefix prefix(std::string const& text) { return Vorn::IpGenPrefix(text); }
+Vorn::IpGenPrefix prefixOf(std::string const& text) { return Vorn::IpGenPrefix(text); }
 
 // Counts every notification of a redistribution configuration and of its
 // entries, by key.
@@ -241,7 +241,7 @@ TEST(KeepdbProcessTest, RedistributionConfigurationMembersArriveOnceEach) {
   auto info = [](uint64_t index, uint32_t metric) {
     return TunnelInfo(TunnelId(Tunnel::TunnelTable::ldpTunnel, index), metric);
   };
-  auto const p1 = prefix("10.0.0.1/32"), p2 = prefix("2001:db8::1/128");
+  auto const p1 = prefixOf("10.0.0.1/32"), p2 = prefixOf("2001:db8::1/128");
   std::vector<Step<Config>> steps = {
       {[&](Config& c) {
          c.entryIs(p1)->memberTunnelInfoIs(info(1, 10));
@@ -281,9 +281,10 @@ TEST(KeepdbProcessTest, RedistributionConfigurationMembersArriveOnceEach) {
 
 TEST(KeepdbProcessTest, DecapsulationConfigurationChangesArriveOnceEach) {
   using namespace Tunnel::Decap;
+  using Config = Tunnel::Decap::Config;
   auto group = [](char const* name, std::vector<char const*> ips) {
     DecapGroup g(name, DecapTunnelType::gre);
-    for (uint32_t i = 0; i < ips.size(); ++i) g.decapIpIs(DecapIpIndex(i), prefix(ips[i]));
+    for (uint32_t i = 0; i < ips.size(); ++i) g.decapIpIs(DecapIpIndex(i), prefixOf(ips[i]));
     return DecapGroupIs(g);
   };
   std::vector<Step<Config>> steps = {
@@ -324,8 +325,9 @@ TEST(KeepdbProcessTest, DecapsulationConfigurationChangesArriveOnceEach) {
 
 TEST(KeepdbProcessTest, NexthopGroupConfigurationChangesArriveOnceEach) {
   using namespace Tunnel::NexthopGroup;
+  using Config = Tunnel::NexthopGroup::Config;
   auto entry = [](char const* p, char const* nhg, uint32_t metric) {
-    return NexthopGroupTunnelConfigEntry(prefix(p), nhg, 10, metric);
+    return NexthopGroupTunnelConfigEntry(prefixOf(p), nhg, 10, metric);
   };
   std::vector<Step<Config>> steps = {
       {[&](Config& c) {
@@ -335,7 +337,7 @@ TEST(KeepdbProcessTest, NexthopGroupConfigurationChangesArriveOnceEach) {
        {{"entry 10.1.0.0/16", 1}, {"entry 2001:db8:1::/48", 1}}},
       {[&](Config& c) {
          c.entryIs(entry("10.1.0.0/16", "nhg1", 5));
-         c.entryDel(prefix("10.9.0.0/16"));
+         c.entryDel(prefixOf("10.9.0.0/16"));
        },
        {}},
       {[&](Config& c) { c.entryIs(entry("10.1.0.0/16", "nhg1", 6)); }, {{"entry 10.1.0.0/16", 1}}},
@@ -391,10 +393,10 @@ TEST(KeepdbProcessTest, RefusalsAndRecordsThatDoNotDecode) {
   Keepdb::Binding published(root.path(), tunnelRedistConfigPath("ldp"), redist,
                             tunnelRedistConfigSchema(), Keepdb::Mode::writerReplace);
   for (uint64_t i = 1; i <= 601; ++i) {
-    redist->entryIs(prefix("10.0.0.1/32"))
+    redist->entryIs(prefixOf("10.0.0.1/32"))
         ->memberTunnelInfoIs(TunnelInfo(TunnelId(Tunnel::TunnelTable::ldpTunnel, i), 1));
   }
-  redist->entryIs(prefix("10.0.0.2/32"))
+  redist->entryIs(prefixOf("10.0.0.2/32"))
       ->memberTunnelInfoIs(TunnelInfo(TunnelId(Tunnel::TunnelTable::ldpTunnel, 900), 1));
   EXPECT_THROW(published.flush(), Keepdb::Error);
   EXPECT_EQ(published.writes(), 1u);
