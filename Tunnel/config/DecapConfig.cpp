@@ -18,17 +18,6 @@ constexpr std::array<std::string_view, 6> kPayloadTypeNames = {"unknown", "ipv4"
                                                                "ip",      "mpls", "ethernet"};
 constexpr std::array<std::string_view, 4> kDecapTunnelTypeNames = {"unknown", "gre", "ipip", "udp"};
 
-template <typename E, size_t N>
-bool enumFromName(std::array<std::string_view, N> const& names, std::string_view text, E& out) {
-  for (size_t i = 0; i < N; ++i) {
-    if (names[i] == text) {
-      out = static_cast<E>(i);
-      return true;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 std::string_view payloadTypeName(PayloadType t) {
@@ -38,13 +27,13 @@ std::string_view payloadTypeName(PayloadType t) {
 
 bool parsePayloadType(std::string_view text, PayloadType& out) {
   PayloadType t{};
-  if (!enumFromName(kPayloadTypeNames, text, t) || t == PayloadType::unknown) return false;
+  if (!Zent::enumFromName(kPayloadTypeNames, text, t) || t == PayloadType::unknown) return false;
   out = t;
   return true;
 }
 
 bool sequenceToValue(std::string_view text, PayloadType& out) {
-  return enumFromName(kPayloadTypeNames, text, out);
+  return Zent::enumFromName(kPayloadTypeNames, text, out);
 }
 
 std::string_view decapTunnelTypeName(DecapTunnelType t) {
@@ -54,13 +43,14 @@ std::string_view decapTunnelTypeName(DecapTunnelType t) {
 
 bool parseDecapTunnelType(std::string_view text, DecapTunnelType& out) {
   DecapTunnelType t{};
-  if (!enumFromName(kDecapTunnelTypeNames, text, t) || t == DecapTunnelType::unknown) return false;
+  if (!Zent::enumFromName(kDecapTunnelTypeNames, text, t) || t == DecapTunnelType::unknown)
+    return false;
   out = t;
   return true;
 }
 
 bool sequenceToValue(std::string_view text, DecapTunnelType& out) {
-  return enumFromName(kDecapTunnelTypeNames, text, out);
+  return Zent::enumFromName(kDecapTunnelTypeNames, text, out);
 }
 
 DecapGroup::DecapGroup(Zent::String::IteratorConst& it, Zent::String::IteratorConst const& end) {

@@ -3,6 +3,7 @@
 // and the reader that splits such a text back into fields for the parse
 // constructors. Single-attribute values render as their one attribute.
 
+#include <array>
 #include <charconv>
 #include <concepts>
 #include <cstdint>
@@ -167,6 +168,19 @@ template <typename T>
 T strepToValue(String const& s) {
   String::IteratorConst b = s.begin();
   return T(b, s.end());
+}
+
+// The enumerator named `text`, for enumerations whose names are listed by
+// value; false when no name matches.
+template <typename E, size_t N>
+bool enumFromName(std::array<std::string_view, N> const& names, std::string_view text, E& out) {
+  for (size_t i = 0; i < N; ++i) {
+    if (names[i] == text) {
+      out = static_cast<E>(i);
+      return true;
+    }
+  }
+  return false;
 }
 
 }  // namespace Zent

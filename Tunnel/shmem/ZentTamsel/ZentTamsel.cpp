@@ -4,6 +4,7 @@
 #include <array>
 
 #include "Tunnel/framework/Hash.h"
+#include "Tunnel/framework/Text.h"
 #include "Tunnel/framework/TypeRegistry.h"
 
 namespace ZentTamsel {
@@ -13,16 +14,6 @@ constexpr std::array<std::string_view, 4> kMountTypeNames = {"writer", "reader",
 constexpr std::array<std::string_view, 3> kMountStatusNames = {"unmounted", "localWriter",
                                                                "mounted"};
 
-template <typename E, size_t N>
-bool fromName(std::array<std::string_view, N> const& names, std::string_view text, E& out) {
-  for (size_t i = 0; i < N; ++i) {
-    if (names[i] == text) {
-      out = static_cast<E>(i);
-      return true;
-    }
-  }
-  return false;
-}
 }  // namespace
 
 std::string_view stringValue(MountType t) {
@@ -30,14 +21,14 @@ std::string_view stringValue(MountType t) {
   return i < kMountTypeNames.size() ? kMountTypeNames[i] : "invalidMountType";
 }
 bool sequenceToValue(std::string_view text, MountType& t) {
-  return fromName(kMountTypeNames, text, t);
+  return Zent::enumFromName(kMountTypeNames, text, t);
 }
 std::string_view stringValue(MountStatus s) {
   auto i = static_cast<size_t>(s);
   return i < kMountStatusNames.size() ? kMountStatusNames[i] : "invalidMountStatus";
 }
 bool sequenceToValue(std::string_view text, MountStatus& s) {
-  return fromName(kMountStatusNames, text, s);
+  return Zent::enumFromName(kMountStatusNames, text, s);
 }
 
 void MountInfo::collectionInfoIs(std::string const& name, uint32_t size) {
