@@ -1,10 +1,15 @@
 // What tunnelctl says when something is wrong: exit code 1 for what the
 // environment did, 2 for a command line that cannot be.
 
+#include <algorithm>
 #include <grp.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 
+#include "Tunnel/config/ConfigPaths.h"
+#include "Tunnel/config/DecapConfig.h"
+#include "Tunnel/shmem/Keepdb/Keepdb.h"
 #include "tests/tools/CtlFixture.h"
 
 namespace ToolTest {
@@ -30,6 +35,7 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
       {withRoot({"rib"}), "no tunnel RIB under " + root_.path()},
       {withRoot({"rib", "--color", "3"}), "no colored tunnel RIB under"},
       {withRoot({"multicast"}), "no MPLS multicast table under " + root_.path()},
+      {withRoot({"config"}), "no configuration under " + root_.path()},
       {withRoot({"demo", "--tunnels", "10", "--seconds", "0.1"}),
        "state root " + root_.path() + " is in use"},
       {{}, ""},
@@ -55,11 +61,71 @@ TEST_F(TunnelCtlErrorTest, ExitCodesAndMessagesOfEachKindOfMistake) {
   }
   EXPECT_TRUE(ldp_->entryHas(ldpId(1)));
   for (std::string cmd : {"", "tables", "show", "fib", "resolve", "watch", "counters", "redist",
-                          "rib", "multicast", "demo"}) {
+                          "rib", "multicast", "config", "demo"}) {
     auto r = cmd.empty() ? run({"--help"}) : run({cmd, "--help"});
     EXPECT_EQ(r.code, 0) << cmd;
     EXPECT_TRUE(has(r.out, "Usage:")) << cmd << r.out;
   }
+}
+
+// A configuration change is checked in full before its entity is opened, so a
+// refused one (in one line) leaves the store as it was, and an absent entity
+// is not created for it. A live writer elsewhere is named.
+TEST_F(TunnelCtlErrorTest, RefusedConfigChangesLeaveTheStoreAsItWas) {
+  ASSERT_EQ(ctl({"config", "decap-group", "set", "g", "--type", "gre", "--ip", "10.0.0.1/32"}).code,
+            0);
+  ASSERT_EQ(ctl({"config", "decap-port", "set", "4789", "ethernet"}).code, 0);
+  std::string const before = ctl({"config", "--json"}).out;
+  std::vector<std::string> tooMany = {"decap-group", "set", "g", "--type", "gre"};
+  for (int i = 0; i < 601; ++i) {
+    tooMany.insert(tooMany.end(), {"--ip", fmt::format("10.1.{}.{}/32", i / 256, i % 256)});
+  }
+  std::vector<std::tuple<std::vector<std::string>, int, std::string>> const cases = {
+      {{"decap-port", "set", "4789", "vxlan"},
+       2,
+       "unknown payload type 'vxlan' (ipv4, ipv6, ip, mpls or ethernet)"},
+      {{"decap-port", "set", "0", "ipv4"}, 2, "port out of range: 0 (1-65535)"},
+      {{"decap-port", "set", "70000", "ipv4"}, 2, "port out of range: 70000 (1-65535)"},
+      {{"decap-port", "delete", "4790"}, 1, "no decap port 4790"},
+      {{"decap-group", "set", "g", "--type", "vxlan"}, 2, "unknown tunnel type 'vxlan' (gre, ipip"},
+      // The good prefix before the bad one is not written either.
+      {{"decap-group", "set", "g", "--type", "udp", "--ip", "10.0.0.2/32", "--ip", "10.0.0.300/32"},
+       2,
+       "malformed prefix '10.0.0.300/32'"},
+      {{"decap-group", "set", "g/h", "--type", "gre"}, 2, "bad decap group name 'g/h'"},
+      {{"decap-group", "change", "nosuch", "--type", "udp"}, 1, "no decap group 'nosuch'"},
+      {{"decap-group", "delete", "nosuch"}, 1, "no decap group 'nosuch'"},
+      {{"decap-group", "change", "g", "--add-ip", "10.0.0.2/32", "--remove-ip", "10.0.0.9/32"},
+       1,
+       "decap group 'g' has no prefix 10.0.0.9/32"},
+      {{"decap-group", "change", "g"}, 2, "nothing to change"},
+      {{"decap-ready", "yes"}, 2, "true or false, not 'yes'"},
+      {{"nexthop-group", "set", "10.0.0.0/8", "--group", "n", "--pref", "4294967296"},
+       2,
+       "pref out of range: 4294967296 (0-4294967295)"},
+      {{"nexthop-group", "change", "10.0.0.0/8", "--metric", "1"},
+       1,
+       "no nexthop-group entry 10.0.0.0/8"},
+      {tooMany, 2, "too many prefixes: 601 (a group holds at most 600)"},
+  };
+  for (auto const& [args, code, message] : cases) {
+    std::vector<std::string> line = {"config"};
+    line.insert(line.end(), args.begin(), args.end());
+    auto r = ctl(line);
+    EXPECT_EQ(r.code, code) << message << r.err;
+    EXPECT_TRUE(has(r.err, message)) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+  }
+  EXPECT_EQ(ctl({"config", "--json"}).out, before);
+  EXPECT_FALSE(Keepdb::exists(root_.path(), Tunnel::Config::kNexthopGroupConfigPath));
+
+  Keepdb::Binding held(root_.path(), Tunnel::Config::kDecapConfigPath,
+                       Tunnel::Decap::configFactory(), Tunnel::Decap::configSchema(),
+                       Keepdb::Mode::writerLoad);
+  auto busy = ctl({"config", "decap-ready", "true"});
+  EXPECT_EQ(busy.code, 1);
+  EXPECT_EQ(busy.err,
+            fmt::format("tunnelctl: tunnel/config/decap is being written by pid {}\n", ::getpid()));
 }
 
 TEST_F(TunnelCtlErrorTest, CorruptRecordOrAbsentTunnelIsNamedAndTheRestShown) {

@@ -1,6 +1,7 @@
 // tunnelctl run as a user runs it, against a table this test process writes:
 // show in its three forms, watch and redist following changes, tables, counters;
-// and against the demo's FIB: fib in its forms, resolve explaining each path.
+// against the demo's FIB: fib in its forms, resolve explaining each path; and
+// the configuration it writes, read back by another reader.
 
 #include <csignal>
 #include <set>
@@ -13,6 +14,10 @@
 #include "Tunnel/TunnelFib/TunnelResolver.h"
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
 #include "Tunnel/TunnelTable/DumpContext.h"
+#include "Tunnel/config/ConfigPaths.h"
+#include "Tunnel/config/DecapConfig.h"
+#include "Tunnel/config/NexthopGroupConfig.h"
+#include "Tunnel/shmem/Keepdb/Keepdb.h"
 #include "tests/tools/CtlFixture.h"
 #include "tools/tunnelctl/DemoTunnels.h"
 #include "tools/tunnelctl/JsonText.h"
@@ -233,6 +238,81 @@ verdict: 1 flattened via
     seen.insert(v["labels"].get<std::string>() + " " + v["intf"].get<std::string>());
   EXPECT_EQ(seen, expected);
   EXPECT_EQ(j["path"]["vias"][1]["child"]["vias"][0]["child"]["tunnel"], "isisSrTunnel:2");
+}
+
+// Changes made through tunnelctl are what a reader of the store finds; show
+// lists groups by name and entries by prefix, in the canonical field names.
+TEST_F(TunnelCtlTest, ConfigChangesReachAReaderAndShowReadsThemBack) {
+  using namespace Tunnel::Decap;
+  using Tunnel::NexthopGroup::NexthopGroupTunnelConfigEntry;
+  std::vector<std::pair<std::vector<std::string>, std::string>> const steps = {
+      {{"decap-group", "set", "g2", "--type", "gre", "--ip", "10.0.0.1/32", "--ip",
+        "2001:db8::/64"},
+       "decap group g2 set: gre, 2 prefixes"},
+      {{"decap-group", "set", "g1", "--type", "ipip"}, "decap group g1 set: ipip, 0 prefixes"},
+      {{"decap-group", "set", "g0", "--type", "ipip"}, "decap group g0 set: ipip, 0 prefixes"},
+      {{"decap-group", "delete", "g0"}, "decap group g0 deleted"},
+      {{"decap-group", "change", "g2", "--type", "udp", "--remove-ip", "10.0.0.1/32", "--add-ip",
+        "10.0.0.2/32"},
+       "decap group g2 changed: udp, 2 prefixes"},
+      {{"decap-port", "set", "6635", "mpls"}, "decap port 6635 set: mpls"},
+      {{"decap-port", "set", "4789", "ethernet"}, "decap port 4789 set: ethernet"},
+      {{"decap-port", "set", "4789", "ethernet"}, "decap port 4789 unchanged"},
+      {{"decap-port", "delete", "6635"}, "decap port 6635 deleted"},
+      {{"decap-ready", "true"}, "decap ready set: true"},
+      {{"nexthop-group", "set", "10.1.0.0/16", "--group", "nhg1", "--pref", "5"},
+       "nexthop-group entry 10.1.0.0/16 set: group nhg1, pref 5, metric 0"},
+      {{"nexthop-group", "set", "10.0.0.0/8", "--group", "nhg0"},
+       "nexthop-group entry 10.0.0.0/8 set: group nhg0, pref 0, metric 0"},
+      {{"nexthop-group", "change", "10.0.0.0/8", "--metric", "4294967295"},
+       "nexthop-group entry 10.0.0.0/8 changed: group nhg0, pref 0, metric 4294967295"},
+      {{"nexthop-group", "set", "::/0", "--group", "nhg9"},
+       "nexthop-group entry ::/0 set: group nhg9, pref 0, metric 0"},
+      {{"nexthop-group", "delete", "::/0"}, "nexthop-group entry ::/0 deleted"},
+  };
+  for (auto const& [args, said] : steps) {
+    std::vector<std::string> line = {"config"};
+    line.insert(line.end(), args.begin(), args.end());
+    auto r = ctl(line);
+    EXPECT_EQ(r.code, 0) << said << r.err;
+    EXPECT_EQ(r.out, said + "\n");
+  }
+
+  auto decap = configFactory();
+  Keepdb::Binding decapReader(root_.path(), Tunnel::Config::kDecapConfigPath, decap, configSchema(),
+                              Keepdb::Mode::reader);
+  DecapGroup g1(Zent::String("g1"), DecapTunnelType::ipip),
+      g2(Zent::String("g2"), DecapTunnelType::udp);
+  g2.decapIpIs(DecapIpIndex(0), Vorn::IpGenPrefix("2001:db8::/64"));
+  g2.decapIpIs(DecapIpIndex(1), Vorn::IpGenPrefix("10.0.0.2/32"));
+  EXPECT_EQ(decap->decapGroups().size(), 2u);
+  ASSERT_TRUE(decap->decapGroup(Zent::String("g2")));
+  EXPECT_EQ(*decap->decapGroup(Zent::String("g2")), g2);
+  EXPECT_EQ(decap->globalDestPortToPayloadTypes().size(), 1u);
+  EXPECT_EQ(decap->globalDestPortToPayloadType(4789), PayloadType::ethernet);
+  EXPECT_TRUE(decap->ready());
+  auto nhg = Tunnel::NexthopGroup::configFactory();
+  Keepdb::Binding nhgReader(root_.path(), Tunnel::Config::kNexthopGroupConfigPath, nhg,
+                            Tunnel::NexthopGroup::configSchema(), Keepdb::Mode::reader);
+  NexthopGroupTunnelConfigEntry const e0(Vorn::IpGenPrefix("10.0.0.0/8"), Zent::String("nhg0"), 0,
+                                         4294967295u);
+  NexthopGroupTunnelConfigEntry const e1(Vorn::IpGenPrefix("10.1.0.0/16"), Zent::String("nhg1"), 5,
+                                         0);
+  EXPECT_EQ(nhg->entries().size(), 2u);
+  EXPECT_EQ(nhg->entry(e0.prefix()), e0);
+  EXPECT_EQ(nhg->entry(e1.prefix()), e1);
+
+  auto j = nlohmann::ordered_json::parse(ctl({"config", "show", "--json"}).out);
+  using TunnelCtl::canonicalTextToJson;
+  EXPECT_EQ(j["decap"]["groups"],
+            nlohmann::ordered_json::array(
+                {canonicalTextToJson(g1.stringValue()), canonicalTextToJson(g2.stringValue())}));
+  EXPECT_EQ(j["decap"]["ports"],
+            nlohmann::ordered_json::parse(R"([{"port": 4789, "payloadType": "ethernet"}])"));
+  EXPECT_EQ(j["decap"]["ready"], true);
+  EXPECT_EQ(j["nexthopGroup"]["entries"],
+            nlohmann::ordered_json::array(
+                {canonicalTextToJson(e0.stringValue()), canonicalTextToJson(e1.stringValue())}));
 }
 
 }  // namespace

@@ -89,6 +89,34 @@ struct MulticastOptions {
 };
 int runMulticast(MulticastOptions const& o);
 
+// The decapsulation and nexthop-group configuration: shown, or changed by
+// one of the actions. Every value stays text as typed until the command
+// checks it, so that a mistake is reported in its words before anything is
+// opened for writing.
+enum class ConfigAction {
+  show,
+  decapGroupSet,
+  decapGroupChange,
+  decapGroupDelete,
+  decapPortSet,
+  decapPortDelete,
+  decapReady,
+  nexthopGroupSet,
+  nexthopGroupChange,
+  nexthopGroupDelete,
+};
+struct ConfigOptions {
+  std::string root = kDefaultStateRoot;
+  ConfigAction action = ConfigAction::show;
+  bool json = false;
+  std::string key;                  // group name, port or prefix
+  std::string value;                // payload type, or true/false for decap-ready
+  std::optional<std::string> type;  // tunnel type of a decap group
+  std::vector<std::string> ips, addIps, removeIps;
+  std::optional<std::string> group, pref, metric;  // of a nexthop-group entry
+};
+int runConfig(ConfigOptions const& o);
+
 struct DemoOptions {
   std::string root = kDefaultStateRoot;
   uint32_t tunnels = 10000;

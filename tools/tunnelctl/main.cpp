@@ -2,8 +2,8 @@
 // state root: which tables there are, their entries, their changes as they
 // happen, their writers' counters, the redistribution they imply, the tunnel
 // FIB and how its tunnels resolve, the tunnel RIB and its candidates, the
-// multicast merge, and a demo that runs producers and consumers against each
-// other.
+// multicast merge, the decapsulation and nexthop-group configuration, and a
+// demo that runs producers and consumers against each other.
 
 #include <CLI/CLI.hpp>
 
@@ -26,6 +26,74 @@ void addForms(CLI::App* cmd, EntryForm& form) {
       "--json", [&form] { form = EntryForm::json; },
       "Entries as JSON (field names as in the canonical text)");
   dump->excludes(json);
+}
+
+// config shows both configuration entities; each change is a command of
+// its own under it, and sets `o.action` when it is the one parsed.
+CLI::App* addConfig(CLI::App& app, ConfigOptions& o) {
+  auto* cmd = app.add_subcommand(
+      "config", "Show the decapsulation and nexthop-group configuration, or change it");
+  cmd->require_subcommand(0, 1);
+  cmd->add_flag("--json", o.json, "As JSON");
+  addRoot(cmd, o.root);
+  auto action = [&o](CLI::App* parent, char const* name, char const* what, ConfigAction a) {
+    auto* c = parent->add_subcommand(name, what);
+    c->callback([&o, a] { o.action = a; });
+    addRoot(c, o.root);
+    return c;
+  };
+  action(cmd, "show", "Both configuration entities (the default)", ConfigAction::show)
+      ->add_flag("--json", o.json, "As JSON");
+
+  auto* group =
+      cmd->add_subcommand("decap-group", "Create, change or delete a decapsulation group");
+  group->require_subcommand(1);
+  auto* set = action(group, "set", "Create or replace a group", ConfigAction::decapGroupSet);
+  set->add_option("name", o.key, "Group name")->required();
+  set->add_option("--type", o.type, "Tunnel type: gre, ipip or udp")->required();
+  set->add_option("--ip", o.ips, "A destination prefix the group accepts (repeatable)");
+  auto* change =
+      action(group, "change", "Change a group's type or prefixes", ConfigAction::decapGroupChange);
+  change->add_option("name", o.key, "Group name")->required();
+  change->add_option("--type", o.type, "Tunnel type: gre, ipip or udp");
+  change->add_option("--add-ip", o.addIps, "A prefix to add (repeatable)");
+  change->add_option("--remove-ip", o.removeIps, "A prefix to remove (repeatable)");
+  action(group, "delete", "Delete a group", ConfigAction::decapGroupDelete)
+      ->add_option("name", o.key, "Group name")
+      ->required();
+
+  auto* port = cmd->add_subcommand("decap-port", "Map a UDP destination port to a payload type");
+  port->require_subcommand(1);
+  auto* portSet = action(port, "set", "Map a port", ConfigAction::decapPortSet);
+  portSet->add_option("port", o.key, "UDP destination port, 1-65535")->required();
+  portSet->add_option("payload", o.value, "ipv4, ipv6, ip, mpls or ethernet")->required();
+  action(port, "delete", "Remove a port's mapping", ConfigAction::decapPortDelete)
+      ->add_option("port", o.key, "UDP destination port")
+      ->required();
+
+  action(cmd, "decap-ready", "Say whether the decapsulation configuration is complete",
+         ConfigAction::decapReady)
+      ->add_option("ready", o.value, "true or false")
+      ->required();
+
+  auto* nhg =
+      cmd->add_subcommand("nexthop-group", "Create, change or delete a nexthop-group tunnel");
+  nhg->require_subcommand(1);
+  auto* nhgSet = action(nhg, "set", "Create or replace an entry", ConfigAction::nexthopGroupSet);
+  nhgSet->add_option("prefix", o.key, "The tunnel's prefix")->required();
+  nhgSet->add_option("--group", o.group, "Nexthop group name")->required();
+  nhgSet->add_option("--pref", o.pref, "IGP preference (default 0)");
+  nhgSet->add_option("--metric", o.metric, "IGP metric (default 0)");
+  auto* nhgChange =
+      action(nhg, "change", "Change an entry's fields", ConfigAction::nexthopGroupChange);
+  nhgChange->add_option("prefix", o.key, "The tunnel's prefix")->required();
+  nhgChange->add_option("--group", o.group, "Nexthop group name");
+  nhgChange->add_option("--pref", o.pref, "IGP preference");
+  nhgChange->add_option("--metric", o.metric, "IGP metric");
+  action(nhg, "delete", "Delete an entry", ConfigAction::nexthopGroupDelete)
+      ->add_option("prefix", o.key, "The tunnel's prefix")
+      ->required();
+  return cmd;
 }
 
 }  // namespace
@@ -112,6 +180,9 @@ int main(int argc, char** argv) {
   multicastCmd->add_flag("--json", multicast.json, "As JSON");
   addRoot(multicastCmd, multicast.root);
 
+  ConfigOptions config;
+  auto* configCmd = addConfig(app, config);
+
   DemoOptions demo;
   auto* demoCmd = app.add_subcommand("demo",
                                      "Run LDP, IS-IS SR, BGP-LU and multicast producers, a "
@@ -130,8 +201,8 @@ int main(int argc, char** argv) {
     for (auto const* cmd : app.get_subcommands({})) known = known || cmd->check_name(argv[1]);
     if (!known) {
       printError(std::string("unknown command '") + argv[1] +
-                 "' (tables, show, fib, resolve, watch, counters, redist, rib, multicast, demo; "
-                 "--help tells more)");
+                 "' (tables, show, fib, resolve, watch, counters, redist, rib, multicast, config, "
+                 "demo; --help tells more)");
       return kExitUsage;
     }
   }
@@ -155,6 +226,7 @@ int main(int argc, char** argv) {
     if (redistCmd->parsed()) return runRedist(redist);
     if (ribCmd->parsed()) return runRib(rib);
     if (multicastCmd->parsed()) return runMulticast(multicast);
+    if (configCmd->parsed()) return runConfig(config);
     if (demoCmd->parsed()) return runDemo(demo);
   } catch (UsageError const& e) {
     printError(e.what());
