@@ -1,5 +1,5 @@
 // The FIB's values: the value contract over all of them, the entry's record
-// rules and via arrays, and its trace form.
+// rules and via arrays, and its canonical and trace forms.
 
 #include <cstring>
 #include <memory>
@@ -116,14 +116,23 @@ TEST(FibRecordTest, EntriesReportTheSlotAndDamageIsRefused) {
   EXPECT_EQ(LabelStackEncap::kMaxSerializedLen, 77u);
 }
 
-// The trace form of an entry: its id, then each via list with its size.
-TEST(FibTextTest, TamselStringListsEachViaArrayWithItsSize) {
+// The entry's canonical text, which tunnelctl shows and turns into JSON, and
+// its trace form. (The encapsulations' texts are the formatter's.)
+TEST(FibTextTest, EntryRendersInItsCanonicalAndTraceForms) {
   auto e = std::make_unique<TunnelFibEntry>(kId);
   e->tunnelViaIs(1, kVia);
+  e->flagsIs(TunnelFlags(false, true));
+  e->resetFailoverStateIs(200);
+  std::string const v0 = TunnelVia().stringValue(), v1 = kVia.stringValue();
+  EXPECT_EQ(e->stringValue(),
+            "Value('Tunnel::TunnelFib::TunnelFibEntry', ** {'tunnelId': 52776558133255, "
+            "'arePrimaryViasUsable': true, 'flags': Value('Tunnel::TunnelFib::TunnelFlags', ** "
+            "{'burnPrimaryVias': false, 'viasOrdered': true}), 'resetFailoverState': 200, 'seqNo': "
+            "0, 'tunnelVia': [" +
+                v0 + ", " + v1 + "], 'backupTunnelVia': []})");
   EXPECT_EQ(e->tamselString(),
-            "52776558133255: arePrimaryViasUsable: true, tunnelVia (size 2): {0:" +
-                TunnelVia().stringValue() + ",1:" + kVia.stringValue() +
-                "}, backupTunnelVia (size 0): {}");
+            "52776558133255: arePrimaryViasUsable: true, tunnelVia (size 2): {0:" + v0 +
+                ",1:" + v1 + "}, backupTunnelVia (size 0): {}");
 }
 
 }  // namespace
