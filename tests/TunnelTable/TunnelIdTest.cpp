@@ -148,6 +148,7 @@ TEST(EncapIdTest, ParseRejectsOtherTexts) {
        }) {
     EXPECT_THROW(Zent::strepToValue<EncapId>(bad), Zent::ParseError) << bad;
   }
+  EXPECT_EQ(stringValue(static_cast<EncapType>(6)), "invalidEncapType");
 }
 
 // The integer's own bounds and ++/--/+=/-= are the framework's tests; the
