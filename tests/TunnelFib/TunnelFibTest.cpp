@@ -52,7 +52,6 @@ TEST(TunnelFibTest, EachCollectionNotifiesItsOwnHandler) {
   fib->greEncapDelAll();
   // VXLAN encapsulations stay in process, unheard.
   VxlanEncap const vx(EncapId(EncapType::vxlanEncap, 8));
-  EXPECT_EQ(fib->vxlanEncap(vx.encapId()), VxlanEncap());
   fib->vxlanEncapIs(vx);
   EXPECT_EQ(fib->vxlanEncap(vx.encapId()), vx);
   std::string const one = "entry " + id(1).stringValue();
