@@ -1,7 +1,6 @@
 // The FIB's values: the value contract over all of them, the entry's record
 // rules and via arrays, and its canonical and trace forms.
 
-#include <cstring>
 #include <memory>
 
 #include <gtest/gtest.h>

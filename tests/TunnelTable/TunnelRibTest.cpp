@@ -3,7 +3,6 @@
 // by another.
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <signal.h>
 #include <sstream>

@@ -6,7 +6,6 @@
 // BGP fields are refused. SBFD sessions: endpoint and name stay out of the
 // compact record, and the records it refuses leave the entry unchanged.
 
-#include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
