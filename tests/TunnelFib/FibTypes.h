@@ -27,12 +27,6 @@ struct EntryTraits<TunnelFib::TunnelFibEntry> {
       e.backupTunnelViaIs(i, randomTunnelVia(r));
     }
   }
-  static TunnelFib::TunnelFibEntry small() {
-    TunnelFib::TunnelFibEntry e;
-    EntryRng r(7);
-    randomize(e, r, false);
-    return e;
-  }
 };
 
 template <>

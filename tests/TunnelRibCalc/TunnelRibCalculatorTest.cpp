@@ -33,21 +33,14 @@ Rank rankOf(TunnelType t, Written const& w) {
 
 class Fixture {
  public:
-  Fixture()
-      : sr(isisSrTunnelTableFactory("sr")),
-        flex(isisFlexAlgoTunnelTableFactory("flex")),
-        ldp(ldpTunnelTableFactory("ldp")),
-        ospf(ospfSrTunnelTableFactory("ospf")),
-        policy(srTePolicyTunnelTableFactory("policy")),
-        rib(tunnelRibFactory("rib")),
-        coloredRib(coloredTunnelRibFactory("coloredRib")),
-        status(tunnelPelagStatusFactory("status")),
-        calc(rib, coloredRib, status) {
-    for (Zent::Ptr<TunnelTableBase const> t :
-         {Zent::Ptr<TunnelTableBase const>(sr.ptr()), Zent::Ptr<TunnelTableBase const>(flex.ptr()),
-          Zent::Ptr<TunnelTableBase const>(ldp.ptr()), Zent::Ptr<TunnelTableBase const>(ospf.ptr()),
-          Zent::Ptr<TunnelTableBase const>(policy.ptr())}) {
-      EXPECT_TRUE(calc.inputIs(t));
+  static constexpr TunnelType kTypes[] = {isisSrTunnel, isisFlexAlgoTunnel, ldpTunnel, ospfSrTunnel,
+                                          srTePolicyTunnel};
+
+  Fixture() : calc(rib, coloredRib, status) {
+    for (TunnelType t : kTypes) {
+      withTable(t, [&](auto& table) {
+        EXPECT_TRUE(calc.inputIs(Zent::Ptr<TunnelTableBase const>(&table)));
+      });
     }
   }
 
@@ -55,61 +48,40 @@ class Fixture {
     return Vorn::IpGenPrefix(Vorn::IpGenAddr((10u << 24) | (i + 1)), 32);
   }
 
-  template <typename Entry>
-  static void fill(Entry& e, Written const& w) {
-    e.endpointIs(TepIndex(0), w.cep.tep());
-    e.entryPrefIs(w.pref);
-    e.entryMetricIs(w.metric);
-    e.tunnelBwIs(TunnelBandwidth(w.bw));
+  // Calls f with the input table of type t.
+  template <typename F>
+  void withTable(TunnelType t, F&& f) {
+    switch (t) {
+      case srTePolicyTunnel:
+        return f(*policy);
+      case isisFlexAlgoTunnel:
+        return f(*flex);
+      case ldpTunnel:
+        return f(*ldp);
+      case isisSrTunnel:
+        return f(*sr);
+      default:
+        return f(*ospf);
+    }
   }
 
   // Writes tunnel `index` of type `t` with the model's values.
   void write(TunnelType t, uint64_t index, Written w) {
     TunnelId id(t, index);
-    if (t == srTePolicyTunnel) {
-      SrTePolicyTunnelTableEntry e(id);
-      fill(e, w);
-      e.colorIs(w.cep.color());
-      policy->entryIs(e);
-    } else if (t == isisFlexAlgoTunnel) {
-      FlexAlgoTunnelTableEntry e(id);
-      fill(e, w);
-      e.colorIs(w.cep.color());
-      e.isColoredIs(w.cep.isColored());
-      flex->entryIs(e);
-    } else if (t == ldpTunnel) {
-      LdpTunnelTableEntry e(id);
-      fill(e, w);
-      ldp->entryIs(e);
-    } else {
-      SrTunnelTableEntry e(id);
-      fill(e, w);
-      if (t == isisSrTunnel) {
-        sr->entryIs(e);
-      } else {
-        ospf->entryIs(e);
-      }
-    }
+    withTable(t, [&](auto& table) {
+      typename std::decay_t<decltype(table)>::EntryType e(id);
+      e.endpointIs(TepIndex(0), w.cep.tep());
+      e.entryPrefIs(w.pref);
+      e.entryMetricIs(w.metric);
+      e.tunnelBwIs(TunnelBandwidth(w.bw));
+      if constexpr (requires { e.colorIs(0u); }) e.colorIs(w.cep.color());
+      if constexpr (requires { e.isColoredIs(true); }) e.isColoredIs(w.cep.isColored());
+      table.entryIs(e);
+    });
     model[id] = w;
   }
   void erase(TunnelId id) {
-    switch (id.tunnelType()) {
-      case srTePolicyTunnel:
-        policy->entryDel(id);
-        break;
-      case isisFlexAlgoTunnel:
-        flex->entryDel(id);
-        break;
-      case ldpTunnel:
-        ldp->entryDel(id);
-        break;
-      case isisSrTunnel:
-        sr->entryDel(id);
-        break;
-      default:
-        ospf->entryDel(id);
-        break;
-    }
+    withTable(id.tunnelType(), [&](auto& table) { table.entryDel(id); });
     model.erase(id);
   }
 
@@ -126,28 +98,28 @@ class Fixture {
       });
       Written const& bestW = model[ids[0]];
       TunnelType bestT = ids[0].tunnelType();
-      TunnelRibEntry want(cep);
+      std::vector<std::pair<TunnelId, TunnelBandwidth>> want, got;
       for (TunnelId id : ids) {
         Written const& w = model[id];
-        if (w.pref == bestW.pref && w.metric == bestW.metric &&
-            TunnelRibEntry::tunnelTypesCanFormEcmp(id.tunnelType(), bestT)) {
-          want.addTunnelWithBw(id, TunnelBandwidth(w.bw));
-        }
+        // Equal types form an ECMP set, and so do IS-IS SR and flex-algo.
+        bool const ecmp =
+            id.tunnelType() == bestT ||
+            std::minmax(id.tunnelType(), bestT) == std::minmax(isisSrTunnel, isisFlexAlgoTunnel);
+        if (w.pref == bestW.pref && w.metric == bestW.metric && ecmp) want.push_back({id, w.bw});
       }
       TunnelRibBase& r = cep.isColored() ? static_cast<TunnelRibBase&>(*coloredRib)
                                          : static_cast<TunnelRibBase&>(*rib);
-      TunnelRibEntry got;
-      ASSERT_TRUE(r.tunnelRibEntry(cep, got)) << cep;
-      ASSERT_EQ(got.tunnelIdCount(), want.tunnelIdCount()) << cep;
-      for (uint32_t i = 0; i < want.tunnelIdCount(); ++i) {
-        ASSERT_EQ(got.tunnelId(TunnelIdCollIndex(i)), want.tunnelId(TunnelIdCollIndex(i)));
-        ASSERT_EQ(got.tunnelBw(TunnelIdCollIndex(i)), want.tunnelBw(TunnelIdCollIndex(i)));
+      TunnelRibEntry e;
+      ASSERT_TRUE(r.tunnelRibEntry(cep, e)) << cep;
+      for (uint32_t i = 0; i < e.tunnelIdCount(); ++i) {
+        got.push_back({e.tunnelId(TunnelIdCollIndex(i)), e.tunnelBw(TunnelIdCollIndex(i))});
       }
-      EXPECT_EQ(got.entryPref(), bestW.pref);
-      EXPECT_EQ(got.entryMetric(), bestW.metric);
+      ASSERT_EQ(got, want) << cep;
+      EXPECT_EQ(e.entryPref(), bestW.pref);
+      EXPECT_EQ(e.entryMetric(), bestW.metric);
 
-      // Every candidate, in rank order, with its tunnels.
-      std::vector<std::pair<InternalTunnelCandidateId, std::vector<TunnelId>>> cands;
+      // Every candidate, in rank order, with its tunnels in id order.
+      std::vector<std::pair<InternalTunnelCandidateId, std::vector<TunnelId>>> cands, listed;
       for (TunnelId id : ids) {
         InternalTunnelCandidateId cid(id.tunnelType(), model[id].pref, model[id].metric);
         if (cands.empty() || !(cands.back().first == cid)) cands.push_back({cid, {}});
@@ -155,15 +127,10 @@ class Fixture {
       }
       auto entry = calc.cliRib(cep.isColored())->entry(cep);
       ASSERT_TRUE(entry) << cep;
-      std::vector<InternalTunnelCandidateId> order = entry->candidateIds();
-      ASSERT_EQ(order.size(), cands.size()) << cep;
-      for (size_t i = 0; i < cands.size(); ++i) {
-        ASSERT_EQ(order[i], cands[i].first);
-        auto have = entry->candidates(order[i])->tunnelIds();
-        auto want2 = cands[i].second;
-        std::sort(want2.begin(), want2.end());
-        ASSERT_EQ(have, want2);
+      for (auto const& cid : entry->candidateIds()) {
+        listed.push_back({cid, entry->candidates(cid)->tunnelIds()});
       }
+      ASSERT_EQ(listed, cands) << cep;
     }
     EXPECT_EQ(rib->tunnelRibEntryCount(), plain);
     EXPECT_EQ(coloredRib->tunnelRibEntryCount(), colored);
@@ -171,14 +138,14 @@ class Fixture {
     EXPECT_EQ(calc.cliRib(true)->entryCount(), colored);
   }
 
-  Zent::Ptr<IsisSrTunnelTable> sr;
-  Zent::Ptr<IsisFlexAlgoTunnelTable> flex;
-  Zent::Ptr<LdpTunnelTable> ldp;
-  Zent::Ptr<OspfSrTunnelTable> ospf;
-  Zent::Ptr<SrTePolicyTunnelTable> policy;
-  Zent::Ptr<TunnelRib> rib;
-  Zent::Ptr<ColoredTunnelRib> coloredRib;
-  Zent::Ptr<TunnelPelagStatus> status;
+  Zent::Ptr<IsisSrTunnelTable> sr = isisSrTunnelTableFactory("sr");
+  Zent::Ptr<IsisFlexAlgoTunnelTable> flex = isisFlexAlgoTunnelTableFactory("flex");
+  Zent::Ptr<LdpTunnelTable> ldp = ldpTunnelTableFactory("ldp");
+  Zent::Ptr<OspfSrTunnelTable> ospf = ospfSrTunnelTableFactory("ospf");
+  Zent::Ptr<SrTePolicyTunnelTable> policy = srTePolicyTunnelTableFactory("policy");
+  Zent::Ptr<TunnelRib> rib = tunnelRibFactory("rib");
+  Zent::Ptr<ColoredTunnelRib> coloredRib = coloredTunnelRibFactory("coloredRib");
+  Zent::Ptr<TunnelPelagStatus> status = tunnelPelagStatusFactory("status");
   TunnelRibCalculator calc;
   std::map<TunnelId, Written> model;
 };
@@ -186,12 +153,10 @@ class Fixture {
 TEST(TunnelRibCalculatorTest, RibsFollowTheRuleThroughRandomChanges) {
   Fixture f;
   std::mt19937_64 rng(11);
-  const TunnelType types[] = {isisSrTunnel, isisFlexAlgoTunnel, ldpTunnel, ospfSrTunnel,
-                              srTePolicyTunnel};
   // Few values, so that ties in every rule of the ranking are common.
   const uint8_t prefs[] = {10, 55, 60, 65, 65, 65};
   for (int step = 0; step < 3000; ++step) {
-    TunnelType t = types[rng() % 5];
+    TunnelType t = Fixture::kTypes[rng() % 5];
     uint64_t index = 1 + rng() % 12;
     if (rng() % 5 == 0) {
       f.erase(TunnelId(t, index));

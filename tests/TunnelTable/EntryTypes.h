@@ -118,13 +118,6 @@ struct EntryTraits {
     }
     FieldWalk::forEach<T>([&](auto const& fd) { r.fill(e.*fd.member, full); });
   }
-  // A small entry: a few fields set and at most a few array elements.
-  static T small() {
-    T e;
-    EntryRng r(7);
-    randomize(e, r, false);
-    return e;
-  }
 };
 
 // The multicast entries. Their tables' bound leaves no room for a tree name
@@ -146,12 +139,20 @@ struct EntryTraits<T> {
       }
     }
   }
-  static T small() {
+};
+
+// A small entry: a few fields set and at most a few array elements, unless
+// the type's traits name their own.
+template <typename T>
+T smallEntry() {
+  if constexpr (requires { EntryTraits<T>::small(); }) {
+    return EntryTraits<T>::small();
+  } else {
     T e;
     EntryRng r(7);
-    randomize(e, r, false);
+    EntryTraits<T>::randomize(e, r, false);
     return e;
   }
-};
+}
 
 }  // namespace Tunnel::TunnelTable::test

@@ -24,12 +24,6 @@ struct EntryTraits<TunnelRibEntry> {
     for (uint32_t i = 0, n = r.count(full, 600); i < n; ++i) e.tunnelIdIs(i, r.tunnelId());
     for (uint32_t i = 0, n = r.count(full, 600); i < n; ++i) e.tunnelBwIs(i, r.u32());
   }
-  static TunnelRibEntry small() {
-    TunnelRibEntry e;
-    EntryRng r(7);
-    randomize(e, r, false);
-    return e;
-  }
 };
 
 }  // namespace Tunnel::TunnelTable::test

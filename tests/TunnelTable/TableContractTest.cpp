@@ -1,13 +1,19 @@
 // One contract, every table type: a writer process mounts the table by its
 // identifier, a key-shadow reader in this process sees every change through
 // entryNotify, with entries of the type's largest size, and the counters say
-// what happened. After cleanup no file of the table is left.
+// what happened. After cleanup no file of the table is left. Then what the
+// EVPN and interface tables add: identifier allocation and the kernel
+// interface names and tunnel interfaces they map to.
+
 #include <filesystem>
 
 #include <gtest/gtest.h>
 
 #include "Tunnel/TunnelMount/TunnelMount.h"
+#include "Tunnel/TunnelTable/IntfTunnels.h"
 #include "Tunnel/TunnelTable/Tables.h"
+#include "Tunnel/framework/Range.h"
+#include "Tunnel/framework/TypeRegistry.h"
 #include "Tunnel/multicast/MulticastTables.h"
 #include "tests/TunnelTable/EntryTypes.h"
 #include "tests/shmem/ShmTestUtil.h"
@@ -114,6 +120,77 @@ TYPED_TEST(TableContractTest, KeyShadowInAnotherProcessSeesEveryChange) {
   EXPECT_FALSE(std::filesystem::exists(
       mounter.tamselMounter().dir(TunnelTableMounter::getMountInfo(id).tableInfo().mountPath())));
   EXPECT_EQ(Zent::liveCount<Table>(), 0);
+}
+
+TEST(EvpnVxlanTunnelTableTest, IdentifiersStartAtOneAndAreNeverReused) {
+  auto t = evpnVxlanTunnelTableFactory("evpn");
+  EXPECT_EQ(t->newTunnelId(), TunnelId(evpnVxlanTunnel, 1));
+  EXPECT_EQ(t->newTunnelId().tunnelIndex(), 2u);
+  EXPECT_EQ(t->lastAllocatedId(), 2u);
+  t->lastAllocatedIdIs(EvpnVxlanTunnelTable::maxId());
+  EXPECT_DEATH(t->newTunnelId(),
+               "lastAllocatedId\\(\\) < maxId\\(\\) && \"Reached maximum number of IDs.\"");
+}
+
+TEST(EvpnVxlanTunnelTableTest, KernelInterfaceNamesRoundTripAndMalformedNamesGiveZero) {
+  TunnelId t(evpnVxlanTunnel, 26);
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfName(t), "t0x1a");
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfTunnelId("t0x1a"), t);
+  TunnelId flex(isisFlexAlgoTunnel, (0xffull << 35) | 5);
+  EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfName(flex), "t0x5");
+  for (auto bad : {"", "t0x", "t0X1a", "t0x1A", "x0x1a", "t0x-1", "t0x1g", "t0x800000000000"}) {
+    EXPECT_EQ(EvpnVxlanTunnelTable::tunKernelIntfTunnelId(bad), TunnelId()) << bad;
+  }
+}
+
+TEST(EvpnVxlanTunnelTableTest, OnlyDynamicInterfacesOfEvpnTunnelsAreValid) {
+  TunnelId evpn(evpnVxlanTunnel, 3);
+  EXPECT_TRUE(EvpnVxlanTunnelTable::isValidEvpnIntf(dynamicTunnelIntf(evpn)));
+  EXPECT_FALSE(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::tunnel(3)));  // type 9
+  EXPECT_FALSE(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::fromTunnelIdValue(0)));
+  EXPECT_THROW(EvpnVxlanTunnelTable::isValidEvpnIntf(Vorn::IntfId::fromTunnelIdValue(1ull << 50)),
+               Zent::RangeException);
+}
+
+TEST(L3IntfTunnelTableBaseTest, TunnelPortsRoundTripAndBadIdentifiersAbort) {
+  TunnelId id = L3IntfTunnelTableBase::newTunnelId(Vorn::IntfId::tunnel(65535));
+  EXPECT_EQ(id.tunnelType(), staticInterfaceTunnel);
+  EXPECT_EQ(L3IntfTunnelTableBase::tunnelIntfId(id), Vorn::IntfId::tunnel(65535));
+  EXPECT_DEATH(L3IntfTunnelTableBase::tunnelIntfId(TunnelId(staticInterfaceTunnel, 65536)),
+               "tunnelId.tunnelIndex\\(\\) <= Zent::maxU16\\(\\)");
+  EXPECT_DEATH(L3IntfTunnelTableBase::tunnelIntfId(TunnelId(ldpTunnel, 1)),
+               "tunnelId.tunnelType\\(\\) == staticInterfaceTunnel");
+}
+
+TEST(TunnelMountInfoTest, IdentifierZeroIsAProgrammingErrorAndInfoTextRoundTrips) {
+  EXPECT_DEATH(TunnelTableMounter::getMountInfo(TunnelTableIdentifier::invalidTunnelTable),
+               "getMountInfo: assertion failed: 0 && \"Must give a valid TunnelTableIdentifier.\"");
+  for (auto id : {TunnelTableIdentifier::ldpTunnelTable, TunnelTableIdentifier::mldpTunnelTable}) {
+    auto m = TunnelTableMounter::getMountInfo(id);
+    EXPECT_EQ(Zent::strepToValue<TunnelTableMountInfo>(Zent::String(m.stringValue())), m);
+  }
+}
+
+class NotATable : public Zent::Entity {
+ public:
+  using Entity::Entity;
+};
+struct NotATableType : Zent::GenericIf {
+  NotATableType() : GenericIf("TunnelMountTest::NotATable", Kind::entity) {}
+  Zent::Ptr<Zent::Entity> newEntityForDir(Zent::String const& name) const override {
+    return Zent::newEntity<NotATable>(name);
+  }
+};
+
+// Every table's mount by identifier, and its cleanup, is in the table contract.
+TEST(TunnelMountTest, AnEntityThatIsNoTableGivesNull) {
+  TamselTest::StateRoot root;
+  ZentTamsel::MountRegistry registry;
+  TunnelTableMounter mounter{ZentTamsel::Mount(Zent::String(root.path()), registry)};
+  Zent::typeIs(std::make_unique<NotATableType>());
+  TunnelTableInfo info("x", "TunnelMountTest::NotATable", "tunnel/table/x");
+  EXPECT_FALSE(mounter.writeMountTable(info, ZentTamsel::MountInfo(ZentTamsel::writer())));
+  EXPECT_EQ(Zent::liveCount<NotATable>(), 0);
 }
 
 }  // namespace

@@ -1,5 +1,11 @@
+// Traces, assertions and counters: what a process tells of itself.
+
+#include <algorithm>
+#include <string>
+
 #include <gtest/gtest.h>
 
+#include "Tunnel/framework/Counters.h"
 #include "Tunnel/framework/Dabin.h"
 
 namespace FrameworkTest {
@@ -59,6 +65,25 @@ TEST(DabinDeathTest, AssertionNamesFileFunctionConditionAndMessage) {
   EXPECT_DEATH(requirePositiveQuietly(0),
                "DabinTest\\.cpp:[0-9]+: requirePositiveQuietly: assertion failed: v > 0\n");
   requirePositive(1);
+}
+
+TEST(CountersTest, CountersKeepTheirAddressAndSetsAreListedWhileTheyLive) {
+  Zent::CounterSet const* seen;
+  {
+    Zent::CounterSet set("table");
+    seen = &set;
+    Zent::Counter& entryIs = set.counterIs("entryIs");
+    for (int i = 0; i < 100; ++i) set.counterIs(std::to_string(i)).inc(3);
+    EXPECT_EQ(&set.counterIs("entryIs"), &entryIs);  // references survive later counters
+    entryIs.inc();
+    EXPECT_EQ(set.value("entryIs"), 1u);
+    EXPECT_EQ(set.value("99"), 3u);
+    EXPECT_EQ(set.counter("entryNotify"), nullptr);
+    auto sets = Zent::counterSets();
+    EXPECT_NE(std::find(sets.begin(), sets.end(), seen), sets.end());
+  }
+  auto sets = Zent::counterSets();
+  EXPECT_EQ(std::find(sets.begin(), sets.end(), seen), sets.end());
 }
 
 }  // namespace

@@ -22,9 +22,9 @@ struct Logged : Zent::PtrInterface {
   Log* log;
 };
 // A singly linked chain: each node holds the only reference to the next.
-struct Node : Zent::PtrInterface {
-  explicit Node(Ptr<Node> n) : next(std::move(n)) {}
-  Ptr<Node> next;
+struct Link : Zent::PtrInterface {
+  explicit Link(Ptr<Link> n) : next(std::move(n)) {}
+  Ptr<Link> next;
 };
 
 // Both paths of the counting switch must keep single-threaded counts exact.
@@ -33,7 +33,7 @@ class PtrTest : public ::testing::TestWithParam<bool> {
   void SetUp() override { Zent::VFPtrInterface::threadSafePointers_ = GetParam(); }
   void TearDown() override {
     Zent::VFPtrInterface::threadSafePointers_ = false;
-    EXPECT_EQ(liveCount<Logged>() + liveCount<Node>(), 0);
+    EXPECT_EQ(liveCount<Logged>() + liveCount<Link>(), 0);
   }
   Log log_;
 };
@@ -68,10 +68,10 @@ TEST_P(PtrTest, CopiesCountMovesDoNotAndTheLastDropDestroysOnce) {
 // Pins down walking a chain with p = p->next, where the source pointer lives
 // inside the object the assignment releases.
 TEST_P(PtrTest, AssigningFromInsideTheReleasedObjectIsSafe) {
-  Ptr<Node> p(newTracked<Node>(newTracked<Node>(newTracked<Node>(nullptr))));
+  Ptr<Link> p(newTracked<Link>(newTracked<Link>(newTracked<Link>(nullptr))));
   for (int left = 2; left >= 0; --left) {
     p = p->next;
-    EXPECT_EQ(liveCount<Node>(), left);
+    EXPECT_EQ(liveCount<Link>(), left);
   }
   EXPECT_FALSE(p);
 }

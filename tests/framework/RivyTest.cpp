@@ -115,14 +115,17 @@ struct MapInput : Rivy::Gen::InputStateMachine<uint64_t> {
   }
 };
 
+// A leading machine is synchronous: it scans in its caller, without a task.
 TEST(RivyInputStateMachineTest, ABookmarkedScanVisitsEveryKeyOnceWhateverTheYields) {
-  for (auto [policy, runsPerScan] : {std::tuple{Rivy::YieldPolicy::everyCall, 1000u},
-                                     std::tuple{Rivy::YieldPolicy::never, 1u}}) {
+  for (auto [policy, leading, runsPerScan] :
+       {std::tuple{Rivy::YieldPolicy::everyCall, false, 1000u},
+        std::tuple{Rivy::YieldPolicy::never, false, 1u},
+        std::tuple{Rivy::YieldPolicy::everyCall, true, 0u}}) {
     Rivy::TaskScheduler scheduler;
     scheduler.yieldPolicyIs(policy);
-    MapInput input(control(&scheduler));
+    MapInput input(control(&scheduler, leading));
     input.handleInitialized();
-    EXPECT_TRUE(input.visits.empty());  // asynchronous: the task runs the scan
+    EXPECT_EQ(input.visits.empty(), !leading);  // asynchronous: the task runs the scan
     // The second scan is a run of its own; its last run deletes the task.
     EXPECT_EQ(scheduler.runUntilIdle(), 2 * runsPerScan);
     EXPECT_EQ(input.firstScanEnd, ScanState::initialScanComplete);
@@ -131,18 +134,6 @@ TEST(RivyInputStateMachineTest, ABookmarkedScanVisitsEveryKeyOnceWhateverTheYiel
     ASSERT_EQ(input.visits.size(), 1000u);
     for (auto [key, n] : input.visits) ASSERT_EQ(n, 2) << key;
   }
-}
-
-TEST(RivyInputStateMachineTest, SynchronousMachinesScanInTheCallerWithoutATask) {
-  Rivy::TaskScheduler scheduler;
-  scheduler.yieldPolicyIs(Rivy::YieldPolicy::everyCall);
-  MapInput input(control(&scheduler, true));
-  input.handleInitialized();
-  EXPECT_EQ(input.scanTask(), nullptr);
-  EXPECT_EQ(input.firstScanEnd, ScanState::initialScanComplete);
-  EXPECT_TRUE(input.inputScanComplete());
-  ASSERT_EQ(input.visits.size(), 1000u);
-  for (auto [key, n] : input.visits) ASSERT_EQ(n, 2) << key;
 }
 
 TEST(RivySmControlTest, AnExplicitModeWinsElseLeadingMakesSynchronousElseThePreviousValueStays) {

@@ -40,7 +40,7 @@ void writeSeeds(fs::path const& dir, std::string const& only, size_t index) {
   if constexpr (!std::is_same_v<T, Tunnel::TunnelFib::LabelStackEncap>) {
     write("default", *std::make_unique<T>());
   }
-  write("small", *std::make_unique<T>(Traits::small()));
+  write("small", *std::make_unique<T>(test::smallEntry<T>()));
   for (int i = 0; i < 3; ++i) {  // two random entries, then one with every array full
     auto e = std::make_unique<T>();
     Traits::randomize(*e, rng, i == 2);

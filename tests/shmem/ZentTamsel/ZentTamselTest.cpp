@@ -211,6 +211,7 @@ TEST_F(ZentTamselTest, PlainReaderRelaysChangedKeysAcrossAWriterRestartAndAnOver
   auto w = mountTable(mount, writerInfo());
   for (uint64_t k = 0; k < 5; ++k) w->entryIs(rec(k, "a"));
   auto r = mountTable(mount, MountInfo(ZentTamsel::reader()));
+  EXPECT_DEATH(r->entryIs(rec(1, "x")), "safeWrite not allowed at this time");
   auto heard = [&](uint64_t from, uint64_t to) {
     std::set<uint64_t> got(r->notified.begin(), r->notified.end());
     return std::distance(got.lower_bound(from), got.lower_bound(to)) ==
@@ -403,12 +404,8 @@ TEST_F(ZentTamselTest, CleanupRemovesEveryFileOnceTheWriterIsGone) {
 TEST_F(ZentTamselTest, MountInfoTextRoundTrips) {
   MountInfo m = writerInfo();
   m.fileModeIs(0640);
-  std::string text = m.stringValue();
-  EXPECT_EQ(text,
-            "Value('ZentTamsel::MountInfo', ** {'mountType': writer, 'collectionInfo': "
-            "[Value('ZentTamsel::MountInfo::CollectionInfo', ** {'name': 'entry', 'size': 1024})], "
-            "'fileMode': 416, 'fileGroup': -1})");
-  EXPECT_EQ(Zent::strepToValue<MountInfo>(Zent::String(text)), m);
+  EXPECT_EQ(Zent::strepToValue<MountInfo>(Zent::String(m.stringValue())), m);
+  EXPECT_NE(Zent::strepToValue<MountInfo>(Zent::String(writerInfo().stringValue())), m);
   EXPECT_EQ(Zent::strepToValue<ZentTamsel::Mount>(Zent::String(mount.stringValue())), mount);
 }
 
