@@ -117,11 +117,17 @@ class Reader {
   // (when its new record lands behind the scan) neither; its notification
   // follows either way, so a view built from a scan and the notifications
   // published since just before it is complete.
+  //
+  // With a key index, each key handed out is recorded as seen: a key the
+  // scan showed and that goes away while the queue overflows is then
+  // reported by the resynchronisation, though no notification of it was read.
   template <typename Fn>
   void forEach(Fn&& fn) const {
-    forEachSlot([&](void const* key, char const* rec, uint32_t len, uint64_t version, uint32_t) {
-      fn(key, rec, len, version);
-    });
+    forEachSlot(
+        [&](void const* key, char const* rec, uint32_t len, uint64_t version, uint32_t hash) {
+          if (options_.keyIndex) observed(key, hash, true, version);
+          fn(key, rec, len, version);
+        });
   }
 
   // Live keys in file order from heap position `from` (0: the first slot):

@@ -118,6 +118,8 @@ TEST_F(TamselTest, ReaderThatFellBehindLearnsEveryChangedKeyOnce) {
   Writer w(dir, "entry", testShape(4096, 64));
   for (uint64_t k = 0; k < 100; ++k) put(w, k, 0, 64);
   Reader r(dir, "entry", 8);
+  put(w, 500, 0, 64);  // seen by the scan below before its notification is read
+  r.forEach([](void const*, char const*, uint32_t, uint64_t) {});
   std::set<uint64_t> touched;
   auto change = [&](uint64_t from, uint64_t to, bool remove) {
     for (uint64_t k = from; k < to; ++k) {
@@ -127,6 +129,7 @@ TEST_F(TamselTest, ReaderThatFellBehindLearnsEveryChangedKeyOnce) {
   };
   // Ten times the queue: deletions, updates and new keys.
   change(0, 40, true);
+  change(500, 501, true);
   change(50, 60, false);
   change(1000, 1600, false);
   Follower f(r);
