@@ -59,6 +59,14 @@ class TunnelTableOf : public Base {
   // The entry under `key`, or a default entry when there is none.
   Entry entry(TunnelId const& key) const { return entry_.map().value(key); }
   bool entry(TunnelId const& key, Entry& out) const { return entry_.map().lookup(key, out); }
+  // The entries of `n` ids: fn(size_t i, Entry const& e) for each present
+  // one; returns how many were. A reader overlaps the lookups' misses, which
+  // is what a consumer reading many keys after a burst of notifications
+  // wants.
+  template <typename Fn>
+  size_t entryBatch(TunnelId const* ids, size_t n, Fn&& fn) const {
+    return entry_.map().lookupBatch(ids, n, std::forward<Fn>(fn));
+  }
   bool entryHas(TunnelId const& key) const { return entry_.map().has(key); }
 
   // A scan of the entries cut into runs (ZentTamselMap::scan): fn(key)

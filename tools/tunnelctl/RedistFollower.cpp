@@ -112,11 +112,10 @@ class Follower : public RedistFollower {
   Zent::Ptr<TunnelRedistConfig> config() const override { return config_; }
   ConfigView expected() const override {
     ConfigView v;
-    for (TunnelId const& id : table_->entryKeys(nullptr, SIZE_MAX)) {
-      typename Table::EntryType e;
-      if (!table_->entry(id, e) || !static_cast<bool>(e)) continue;
-      v[e.tep()][id.value()] = Sm::memberMetric(e);
-    }
+    auto const ids = table_->entryKeys(nullptr, SIZE_MAX);
+    table_->entryBatch(ids.data(), ids.size(), [&](size_t, typename Table::EntryType const& e) {
+      if (static_cast<bool>(e)) v[e.tep()][e.tunnelId().value()] = Sm::memberMetric(e);
+    });
     return v;
   }
 

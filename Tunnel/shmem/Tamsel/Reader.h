@@ -8,6 +8,7 @@
 // whose table got a new writer, resynchronises: with a key index it still
 // reports every key that changed meanwhile, deletions included.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -109,6 +110,38 @@ class Reader {
 
   // Copies the record of `key` into `out`; false when absent.
   bool readCopy(void const* key, uint32_t hash, std::vector<char>& out) const;
+
+  // Looks up `n` keys (keySize() bytes each, back to back, with their
+  // hashes) and calls fn(size_t i, char const* rec, uint32_t len) once for
+  // each present key with a stable copy of its record, valid during the
+  // call. The memory accesses of a group of keys overlap: their index
+  // buckets are fetched together, then their records, then each is read as
+  // read() does, from the cache. At a million keys a lookup is two misses;
+  // this way a group pays about two. Returns how many keys were present.
+  template <typename Fn>
+  size_t readBatch(void const* keys, uint32_t const* hashes, size_t n, Fn&& fn) const {
+    auto const* k = static_cast<char const*>(keys);
+    thread_local std::vector<char> copy;
+    size_t found = 0;
+    for (size_t g = 0; g < n; g += kBatchGroup) {
+      size_t const e = std::min(n, g + kBatchGroup);
+      for (size_t i = g; i < e; ++i) prefetchBucket(hashes[i]);
+      for (size_t i = g; i < e; ++i) prefetchRecord(k + i * keySize_, hashes[i]);
+      for (size_t i = g; i < e; ++i) {
+        uint32_t got = 0;
+        bool present = read(k + i * keySize_, hashes[i], [&](char const* rec, uint32_t len) {
+          if (copy.size() < len) copy.resize(len);
+          std::memcpy(copy.data(), rec, len);
+          got = len;
+        });
+        if (present) {
+          ++found;
+          fn(i, static_cast<char const*>(copy.data()), got);
+        }
+      }
+    }
+    return found;
+  }
 
   // Every live record, in the order of the file, as a stable copy:
   // fn(void const* key, char const* rec, uint32_t len, uint64_t version).
@@ -218,6 +251,44 @@ class Reader {
   // header says.
   bool mapped(uint64_t end) const { return end <= map_.size() || follow(end); }
   bool follow(uint64_t end) const;
+  // Keys whose accesses readBatch overlaps: enough to cover a miss's
+  // latency, few enough that their lines stay in the cache until read.
+  static constexpr size_t kBatchGroup = 16;
+  // The index bucket and record `hash` leads to first, asked for ahead of
+  // the read; hints only, so a moving index or a bucket in use for another
+  // key costs nothing but the hint.
+  Bucket const* homeBucket(uint32_t hash) const {
+    uint64_t index = loadAcquire(header()->indexOffset);
+    if ((index & (~(Mapping::kReserve - 1) | 7)) != 0 ||
+        !mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
+      return nullptr;
+    }
+    uint64_t cap =
+        loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
+    uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+    if (cap - 1 >= Mapping::kReserve / sizeof(Bucket) || (cap & (cap - 1)) != 0 ||
+        !mapped(base + cap * sizeof(Bucket))) {
+      return nullptr;
+    }
+    return reinterpret_cast<Bucket const*>(at(base + (hash & (cap - 1)) * sizeof(Bucket)));
+  }
+  void prefetchBucket(uint32_t hash) const {
+    if (Bucket const* b = homeBucket(hash)) __builtin_prefetch(b);
+  }
+  void prefetchRecord(void const* key, uint32_t hash) const {
+    Bucket const* bp = homeBucket(hash);
+    if (!bp) return;
+    uint64_t b = loadRelaxed(bp->word);
+    if (!bucketLive(b) || !bucketTagMatches(b, hash) ||
+        loadRelaxed(bp->keyPrefix) != keyPrefixOf(key, keySize_)) {
+      return;
+    }
+    uint32_t cls = bucketClass(b);
+    uint64_t s = bucketSlot(b);
+    uint64_t size = cls < classes_.count() ? classes_.size(cls) : sizeof(SlotHeader);
+    if (!mapped(s + size)) return;
+    for (uint64_t line = 0; line < size; line += 64) __builtin_prefetch(at(s) + line);
+  }
   // Whether news arrives within options_.spinNs.
   bool newsWithinSpin() const;
   int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;

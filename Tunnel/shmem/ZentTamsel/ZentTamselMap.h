@@ -138,6 +138,38 @@ class ZentTamselMap {
     return lookupShared(k, out);
   }
 
+  // The values of `n` keys: fn(size_t i, Value const& v) for each present
+  // one, in order; returns how many were. A reader overlaps the memory
+  // accesses of groups of keys (Tamsel::Reader::readBatch); elsewhere each
+  // key is looked up in turn. Records that do not decode are reported and
+  // left out, as lookup() does.
+  template <typename Fn>
+  size_t lookupBatch(Key const* keys, size_t n, Fn&& fn) const {
+    core_.requireReadable("lookup");
+    size_t found = 0;
+    Value v;
+    auto* r = core_.reader();
+    if (r && core_.mode() != MountType::valueShadow) {
+      thread_local std::vector<uint32_t> hashes;
+      hashes.resize(n);
+      for (size_t i = 0; i < n; ++i) hashes[i] = keys[i].hash();
+      r->readBatch(keys, hashes.data(), n, [&](size_t i, char const* rec, uint32_t len) {
+        if (decode(v, rec, len, r->lastSlot())) {
+          ++found;
+          fn(i, static_cast<Value const&>(v));
+        }
+      });
+      return found;
+    }
+    for (size_t i = 0; i < n; ++i) {
+      if (lookup(keys[i], v)) {
+        ++found;
+        fn(i, static_cast<Value const&>(v));
+      }
+    }
+    return found;
+  }
+
   // A value shadow's local copies, refreshed by every notification.
   size_t shadowedValues() const { return values_.size(); }
 

@@ -2,6 +2,7 @@
 // processes, and writers killed in the middle of their writes.
 #include <atomic>
 #include <fcntl.h>
+#include <map>
 #include <random>
 #include <set>
 #include <sys/mman.h>
@@ -138,6 +139,33 @@ TEST_F(TamselTest, ReaderThatFellBehindLearnsEveryChangedKeyOnce) {
   EXPECT_EQ(std::set<uint64_t>(f.keys.begin(), f.keys.end()), touched);
   EXPECT_EQ(f.keys.size(), touched.size());
   EXPECT_EQ(r.indexedKeys(), w.count());
+}
+
+// A batch finds exactly what single lookups find, each record once and
+// under its own position, across groups and with absent keys among them.
+TEST_F(TamselTest, BatchLookupFindsWhatSingleLookupsFind) {
+  Writer w(dir, "entry", testShape(4096, 64));
+  for (uint64_t k = 0; k < 100; ++k) put(w, k, k % 7, 16 + 8 * (k % 5));
+  for (uint64_t k = 0; k < 20; k += 2) del(w, k);
+  Reader r(dir, "entry", 8, Reader::Options{false, false});
+  std::vector<uint64_t> keys;
+  for (uint64_t k = 0; k < 37; ++k) keys.push_back((k * 7919) % 130);  // past the end too
+  std::vector<uint32_t> hashes;
+  for (uint64_t k : keys) hashes.push_back(keyHash(k));
+  std::map<size_t, std::vector<char>> got;
+  size_t n = r.readBatch(keys.data(), hashes.data(), keys.size(),
+                         [&](size_t i, char const* rec, uint32_t len) {
+                           EXPECT_TRUE(got.emplace(i, std::vector<char>(rec, rec + len)).second);
+                         });
+  EXPECT_EQ(n, got.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    std::vector<char> one;
+    bool present = r.readCopy(&keys[i], hashes[i], one);
+    EXPECT_EQ(present, got.count(i) == 1) << keys[i];
+    if (present) {
+      EXPECT_EQ(got[i], one) << keys[i];
+    }
+  }
 }
 
 TEST_F(TamselTest, QuiescedFlagReachesReadersOncePerChange) {
