@@ -123,10 +123,8 @@ Zent::Ptr<DecapGroup const> DecapGroupIs(DecapGroup const& g) {
 
 void Config::decapGroupIs(Zent::Ptr<DecapGroup const> const& g) {
   fmassert(g, "a null group has no name to be kept under");
-  if (!DecapGroup::validName(g->name().view())) {
-    Zent::throwRangeException("Tunnel::Decap::DecapGroup::name '" + std::string(g->name().view()) +
-                              "' not allowed: 1 to 60 characters of A-Z a-z 0-9 _ . : -");
-  }
+  Tunnel::Config::requireConfigName("Tunnel::Decap::DecapGroup::name", g->name().view(),
+                                    DecapGroup::kMaxNameLen);
   memberIs(decapGroup_, kDecapGroupId, g->name(), g);
 }
 
@@ -247,13 +245,6 @@ class ConfigType : public Zent::GenericIf {
   }
 };
 
-bool sameGroupKey(std::string_view keyRec, std::string_view rec) {
-  // The name is the third field of a group record; a record filed under
-  // another name is refused rather than stored where its key says.
-  return rec.size() >= 2 && static_cast<uint8_t>(rec[1]) == keyRec.size() &&
-         rec.substr(2, keyRec.size()) == keyRec;
-}
-
 }  // namespace
 
 Keepdb::Schema const& configSchema() {
@@ -265,18 +256,13 @@ Keepdb::Schema const& configSchema() {
         [](Config const& c) -> Config::PortMap const& { return c.globalDestPortToPayloadTypes(); },
         [](Config& c, uint16_t port, PayloadType t) { c.globalDestPortToPayloadTypeIs(port, t); },
         [](Config& c, uint16_t port) { c.globalDestPortToPayloadTypeDel(port); }));
-    Keepdb::Attr groups = Keepdb::collection<Config, Config::GroupMap>(
+    s.attrs.push_back(Keepdb::collection<Config, Config::GroupMap>(
         Config::kDecapGroupId, "decapGroup",
         [](Config const& c) -> Config::GroupMap const& { return c.decapGroups(); },
         [](Config& c, Zent::String const&, Zent::Ptr<DecapGroup const> const& g) {
           c.decapGroupIs(g);
         },
-        [](Config& c, Zent::String const& name) { c.decapGroupDel(name); });
-    groups.apply = [apply = std::move(groups.apply)](Zent::Entity& e, std::string_view keyRec,
-                                                     std::string_view rec) {
-      return sameGroupKey(keyRec, rec) && apply(e, keyRec, rec);
-    };
-    s.attrs.push_back(std::move(groups));
+        [](Config& c, Zent::String const& name) { c.decapGroupDel(name); }));
     s.attrs.push_back(Keepdb::scalar<Config, bool>(
         Config::kReadyId, "ready", [](Config const& c) { return c.ready(); },
         [](Config& c, bool r) { c.readyIs(r); }));

@@ -71,11 +71,8 @@ bool NexthopGroupTunnelConfigEntry::keepdbFromRecord(std::string_view rec,
 }
 
 void Config::entryIs(NexthopGroupTunnelConfigEntry const& e) {
-  if (!NexthopGroupTunnelConfigEntry::validName(e.nhgName().view())) {
-    Zent::throwRangeException("Tunnel::NexthopGroup::NexthopGroupTunnelConfigEntry::nhgName '" +
-                              std::string(e.nhgName().view()) +
-                              "' not allowed: 1 to 100 characters of A-Z a-z 0-9 _ . : -");
-  }
+  Tunnel::Config::requireConfigName("Tunnel::NexthopGroup::NexthopGroupTunnelConfigEntry::nhgName",
+                                    e.nhgName().view(), NexthopGroupTunnelConfigEntry::kMaxNameLen);
   memberIs(entry_, kEntryId, e.prefix(), e);
 }
 
@@ -142,21 +139,13 @@ Keepdb::Schema const& configSchema() {
   static Keepdb::Schema const schema = [] {
     Keepdb::Schema s;
     s.typeName = Config::kTypeName;
-    Keepdb::Attr entries = Keepdb::collection<Config, Config::EntryMap>(
+    s.attrs.push_back(Keepdb::collection<Config, Config::EntryMap>(
         Config::kEntryId, "entry",
         [](Config const& c) -> Config::EntryMap const& { return c.entries(); },
         [](Config& c, Vorn::IpGenPrefix const&, NexthopGroupTunnelConfigEntry const& e) {
           c.entryIs(e);
         },
-        [](Config& c, Vorn::IpGenPrefix const& p) { c.entryDel(p); });
-    // A record filed under another prefix than its own is refused rather than
-    // stored where its key says: the entry's prefix opens the record.
-    entries.apply = [apply = std::move(entries.apply)](Zent::Entity& e, std::string_view keyRec,
-                                                       std::string_view rec) {
-      return keyRec.size() == Vorn::IpGenPrefix::kRecordSize &&
-             rec.substr(0, keyRec.size()) == keyRec && apply(e, keyRec, rec);
-    };
-    s.attrs.push_back(std::move(entries));
+        [](Config& c, Vorn::IpGenPrefix const& p) { c.entryDel(p); }));
     s.maxRecord = NexthopGroupTunnelConfigEntry::kMaxRecord;
     return s;
   }();

@@ -39,6 +39,7 @@ class HashMap2018 {
   static constexpr bool internalKey = !std::is_same_v<KeyFunktor, NoKeyFunktor>;
   using KeyType = Key;
   using ValueType = Value;
+  using KeyFunktorType = KeyFunktor;
 
   size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }

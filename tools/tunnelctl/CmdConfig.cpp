@@ -17,6 +17,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Tunnel/config/ConfigName.h"
 #include "Tunnel/config/ConfigPaths.h"
 #include "Tunnel/config/DecapConfig.h"
 #include "Tunnel/config/NexthopGroupConfig.h"
@@ -119,20 +120,19 @@ bool parseBool(std::string const& text) {
   throw UsageError(fmt::format("decap-ready takes true or false, not '{}'", text));
 }
 
-Zent::String groupName(std::string const& text) {
-  if (!DecapGroup::validName(text)) {
-    throw UsageError(fmt::format("bad decap group name '{}' (1-{} of A-Z a-z 0-9 _ . : -)", text,
-                                 DecapGroup::kMaxNameLen));
+// A group or nexthop-group name, by the rule both keep.
+Zent::String configName(std::string const& text, char const* what, size_t maxLen) {
+  if (!Tunnel::Config::validConfigName(text, maxLen)) {
+    throw UsageError(
+        fmt::format("bad {} name '{}' (1-{} of A-Z a-z 0-9 _ . : -)", what, text, maxLen));
   }
   return Zent::String(text);
 }
-
+Zent::String groupName(std::string const& text) {
+  return configName(text, "decap group", DecapGroup::kMaxNameLen);
+}
 Zent::String nexthopGroupName(std::string const& text) {
-  if (!NexthopGroupTunnelConfigEntry::validName(text)) {
-    throw UsageError(fmt::format("bad nexthop group name '{}' (1-{} of A-Z a-z 0-9 _ . : -)", text,
-                                 NexthopGroupTunnelConfigEntry::kMaxNameLen));
-  }
-  return Zent::String(text);
+  return configName(text, "nexthop group", NexthopGroupTunnelConfigEntry::kMaxNameLen);
 }
 
 // ---- the entities in the state database ----

@@ -221,7 +221,9 @@ Attr keyed(Zent::AttributeId id, std::string name, Members members, Del del) {
 }
 
 // A keyed collection whose members are kept in their Codec form; `set(e,
-// key, value)` is the entity's mutator (rule 2).
+// key, value)` is the entity's mutator (rule 2). A member that carries its
+// own key (an internal-key collection) and was read under another key is
+// refused rather than stored where the record's key says.
 template <typename E, typename Map, typename Members, typename Set, typename Del>
 Attr collection(Zent::AttributeId id, std::string name, Members members, Set set, Del del) {
   using K = typename Map::KeyType;
@@ -239,6 +241,9 @@ Attr collection(Zent::AttributeId id, std::string name, Members members, Set set
     K key{};
     V v{};
     if (!Codec<K>::get(keyRec, key) || !Codec<V>::get(rec, v)) return false;
+    if constexpr (Map::internalKey) {
+      if (!(typename Map::KeyFunktorType()(v) == key)) return false;
+    }
     set(static_cast<E&>(e), key, v);
     return true;
   };

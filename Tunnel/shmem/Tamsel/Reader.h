@@ -121,7 +121,7 @@ class Reader {
   template <typename Fn>
   size_t readBatch(void const* keys, uint32_t const* hashes, size_t n, Fn&& fn) const {
     auto const* k = static_cast<char const*>(keys);
-    thread_local std::vector<char> copy;
+    std::vector<char> copy;  // per call: fn may itself look keys up
     size_t found = 0;
     for (size_t g = 0; g < n; g += kBatchGroup) {
       size_t const e = std::min(n, g + kBatchGroup);

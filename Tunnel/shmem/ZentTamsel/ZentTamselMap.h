@@ -150,8 +150,7 @@ class ZentTamselMap {
     Value v;
     auto* r = core_.reader();
     if (r && core_.mode() != MountType::valueShadow) {
-      thread_local std::vector<uint32_t> hashes;
-      hashes.resize(n);
+      std::vector<uint32_t> hashes(n);
       for (size_t i = 0; i < n; ++i) hashes[i] = keys[i].hash();
       r->readBatch(keys, hashes.data(), n, [&](size_t i, char const* rec, uint32_t len) {
         if (decode(v, rec, len, r->lastSlot())) {
