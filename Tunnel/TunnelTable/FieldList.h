@@ -88,6 +88,14 @@ struct FieldRecord {
       r.get<T>();
     }
   }
+  // get() with every check of check(): one pass reads and validates.
+  static void getChecked(RecordReader& r, T& v) {
+    if constexpr (FieldArray<T>) {
+      r.getListChecked(v);
+    } else {
+      r.get(v);
+    }
+  }
 };
 
 class FieldWalk {
@@ -185,6 +193,11 @@ class FieldWalk {
     if (TunnelTableEntry::deserializeLenBase(r) == 0) return;
     forEach<E>([&](auto const& fd) { recordOf(fd).check(r); });
   }
+  template <typename E>
+  static void getChecked(E& e, RecordReader& r) {
+    e.template deserializeBase<true>(r);
+    forEach<E>([&](auto const& fd) { getCheckedField(recordOf(fd), r, e.*fd.member); });
+  }
 
   // The entry operations on a whole record.
   template <typename E>
@@ -204,11 +217,35 @@ class FieldWalk {
     check<E>(r);
     return r.ok() ? r.offset() : 0;
   }
+  // Reads the record into `e` when deserializeLen would accept it, in one
+  // pass; false otherwise, and `e` is then unspecified.
+  template <typename E>
+  static bool deserializeChecked(E& e, void const* buf, unsigned len) {
+    RecordReader r(buf, len);
+    getChecked(e, r);
+    return r.ok();
+  }
 
  private:
   template <typename E, typename T>
   static FieldRecord<T> recordOf(Field<E, T> const&) {
     return {};
+  }
+  // A field kind with its own record code and no one-pass read is checked
+  // on a copy of the reader, then read.
+  template <typename Record, typename T>
+  static void getCheckedField(Record, RecordReader& r, T& v) {
+    if constexpr (requires { Record::getChecked(r, v); }) {
+      Record::getChecked(r, v);
+    } else {
+      RecordReader probe = r;
+      Record::check(probe);
+      if (!probe.ok()) {
+        r = probe;
+        return;
+      }
+      Record::get(r, v);
+    }
   }
 
   template <typename FD, typename T>
@@ -264,7 +301,8 @@ class FieldWalk {
   void dumpState(::Tunnel::TunnelTable::DumpContext* ctx, int indent) const { \
     ::Tunnel::TunnelTable::FieldWalk::dump(*this, ctx, indent);               \
   }
-// Record: serialize(), serializeLen(), deserialize() and deserializeLen().
+// Record: serialize(), serializeLen(), deserialize(), deserializeLen() and
+// deserializeChecked() (deserializeLen and deserialize in one pass).
 #define TUNNEL_ENTRY_RECORD_OPS(Type)                                                          \
   void serialize(void* buf) const { ::Tunnel::TunnelTable::FieldWalk::serialize(*this, buf); } \
   uint32_t serializeLen() const { return ::Tunnel::TunnelTable::FieldWalk::recordLen(*this); } \
@@ -273,4 +311,7 @@ class FieldWalk {
   }                                                                                            \
   uint32_t deserializeLen(void const* buf, unsigned len) const {                               \
     return ::Tunnel::TunnelTable::FieldWalk::deserializeLen<Type>(buf, len);                   \
+  }                                                                                            \
+  bool deserializeChecked(void const* buf, unsigned len) {                                     \
+    return ::Tunnel::TunnelTable::FieldWalk::deserializeChecked(*this, buf, len);              \
   }

@@ -139,8 +139,11 @@ uint32_t TunnelTableEntry::deserializeLenBase(RecordReader& whole) {
   return whole.ok() ? kBaseRecordLen : 0;
 }
 
+template <bool kChecked>
 void TunnelTableEntry::deserializeBase(RecordReader& whole) {
   RecordReader r = whole.part(kBaseRecordLen);
+  // Checked, the fill must be zero, as deserializeLenBase demands.
+  auto fill = [&r](uint64_t n) { return kChecked ? r.skipZeros(n) : r.skip(n); };
   r.get(tunnelId_);
   r.get(nexthopTunnelId_);
   r.get(entryPref_);
@@ -148,13 +151,17 @@ void TunnelTableEntry::deserializeBase(RecordReader& whole) {
   r.get(tunnelBw_);
   r.get(viasOrdered_);
   uint8_t const endpoints = r.get<uint8_t>();
-  r.getElements(endpoint_, endpoints);
-  r.skip(kEndpointRecordLen * (EndpointArray::capacity - endpoints));
+  r.template getElements<EndpointArray, kChecked>(endpoint_, endpoints);
+  if (!r.ok()) return whole.join(r);
+  fill(kEndpointRecordLen * (EndpointArray::capacity - endpoints));
   uint8_t const nameLen = r.get<uint8_t>();
-  r.getElements(name_, nameLen);
-  r.skip(NameArray::capacity - nameLen);
-  r.skip(kReservedLen);
+  r.template getElements<NameArray, kChecked>(name_, nameLen);
+  if (!r.ok()) return whole.join(r);
+  fill(NameArray::capacity - nameLen);
+  fill(kReservedLen);
   whole.join(r);
 }
+template void TunnelTableEntry::deserializeBase<false>(RecordReader&);
+template void TunnelTableEntry::deserializeBase<true>(RecordReader&);
 
 }  // namespace Tunnel::TunnelTable

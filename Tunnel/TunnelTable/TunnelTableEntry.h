@@ -149,9 +149,11 @@ class TunnelTableEntry {
   }
 
   // The 552-byte base record. deserializeLenBase validates it and returns 552,
-  // or 0 (with `r` failed) when it is invalid.
+  // or 0 (with `r` failed) when it is invalid. deserializeBase<true> reads
+  // and validates it in one pass: `r` fails where deserializeLenBase would.
   void serializeBase(RecordWriter& w) const;
   static uint32_t deserializeLenBase(RecordReader& r);
+  template <bool kChecked = false>
   void deserializeBase(RecordReader& r);
 
   // Hashes fields in order: arithmetic ones by their bytes, others by hash().

@@ -71,9 +71,8 @@ Child consume(TunnelTableMounter const& m, SharedFlags& flags) {
 // Copies the record of `key` out of the table's collection.
 bool copyOut(LdpTunnelTable& table, uint64_t key, char* out) {
   TunnelId id(key);
-  return table.entryCore().reader()->read(&id, id.hash(), [out](char const* rec, uint32_t len) {
-    std::memcpy(out, rec, std::min<uint32_t>(len, kRecordLen));
-  });
+  uint32_t len = 0;
+  return table.entryCore().reader()->readInto(&id, id.hash(), out, kRecordLen, len);
 }
 
 // The table mounted as a plain reader: no per-key state, as the peers' readers.

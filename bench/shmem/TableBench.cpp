@@ -171,11 +171,12 @@ int64_t nsInNewProcess(Fn&& fn) {
     (void)!::write(fds[1], &ns, sizeof ns);
     ::_exit(0);
   }
+  // A child that dies before it writes ends the read.
+  ::close(fds[1]);
   int64_t ns = -1;
   if (::read(fds[0], &ns, sizeof ns) != sizeof ns) ns = -1;
   ::waitpid(pid, nullptr, 0);
   ::close(fds[0]);
-  ::close(fds[1]);
   return ns;
 }
 
@@ -213,9 +214,8 @@ void BM_ReaderLookupCopyOut(benchmark::State& state) {
     auto r = std::make_shared<Tamsel::Reader>(root() + "/big", "entry", 8,
                                               Tamsel::Reader::Options{false, false});
     return [r](uint64_t k, char* out) {
-      return r->read(&k, keyHash(k), [&](char const* rec, uint32_t len) {
-        std::memcpy(out, rec, std::min<uint32_t>(len, kRecord));
-      });
+      uint32_t len = 0;
+      return r->readInto(&k, keyHash(k), out, kRecord, len);
     };
   });
 }

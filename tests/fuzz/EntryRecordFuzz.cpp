@@ -17,6 +17,7 @@
 
 #include "Tunnel/TunnelTable/RecordIo.h"
 #include "Tunnel/framework/Range.h"
+#include "Tunnel/shmem/ZentTamsel/ZentTamselMap.h"
 #include "tests/fuzz/FuzzHarness.h"
 
 namespace Tunnel::TunnelTable::fuzz {
@@ -46,6 +47,17 @@ void fuzzRecord(size_t index, unsigned char const* data, unsigned n) {
   // deserializeLen reads no state of its entry: one default entry serves.
   static T const* const probe = new T();
   uint32_t const len = probe->deserializeLen(rec.get(), n);
+  if constexpr (ZentTamsel::oneCheckedPass<T>()) {
+    // The one-pass read accepts exactly what deserializeLen accepts, and
+    // reads what deserialize reads.
+    auto const c = std::make_unique<T>();
+    FUZZ_CHECK(c->deserializeChecked(rec.get(), n) == (len != 0));
+    if (len != 0) {
+      auto const d = std::make_unique<T>();
+      d->deserialize(rec.get(), n);
+      FUZZ_CHECK(*c == *d);
+    }
+  }
   if (len == 0) {
     // Refused bytes may still be handed to deserialize: it may throw, or read
     // values that make no sense, but stays inside the buffer and the arrays.

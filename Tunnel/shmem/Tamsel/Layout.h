@@ -105,7 +105,13 @@ inline constexpr bool bucketTagMatches(uint64_t w, uint32_t hash) {
 }
 inline uint64_t keyPrefixOf(void const* key, uint32_t keySize) {
   uint64_t p = 0;
-  __builtin_memcpy(&p, key, keySize < 8 ? keySize : 8);
+  // A load of a fixed size for the usual keys: a copy of a variable size
+  // goes through the stack, and the lookup waits on it.
+  if (keySize >= 8) {
+    __builtin_memcpy(&p, key, 8);
+  } else {
+    __builtin_memcpy(&p, key, keySize);
+  }
   return p;
 }
 

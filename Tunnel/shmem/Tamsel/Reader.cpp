@@ -42,8 +42,12 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
     map_.map(fd_, paths_.table, size, false);
     checkGeometry(h, size);
     keySize_ = h.keySize;
+    keys_ = KeyIndex(keySize_);
     payloadOffset_ = slotPayloadOffset(keySize_);
-    classes_ = SizeClasses(slotBytesFor(h.keySize, h.maxPayload));
+    SizeClasses classes(slotBytesFor(h.keySize, h.maxPayload));
+    for (uint32_t c = 0; c < 256; ++c) {
+      classBytes_[c] = c < classes.count() ? classes.size(c) : sizeof(SlotHeader);
+    }
     heapOffset_ = h.heapOffset;
     queueOffset_ = h.queueOffset;
     queueCap_ = h.queueCapacity;
@@ -81,7 +85,7 @@ Reader::Reader(std::string const& dir, std::string const& collection, uint32_t k
     quiesced_ = loadAcquire(header()->quiesced) != 0;
     if (options_.keyIndex) {
       forEachSlot([&](void const* key, char const*, uint32_t, uint64_t version, uint32_t hash) {
-        index_[std::string(static_cast<char const*>(key), keySize_)] = Indexed{version, hash};
+        keys_.put(key, hash, version);
       });
     }
     if (registered_) {
@@ -169,6 +173,56 @@ bool Reader::follow(uint64_t end) const {
   return true;
 }
 
+void Reader::copyBytes(char* dst, char const* src, uint32_t n) { std::memcpy(dst, src, n); }
+
+bool Reader::readIntoProbing(void const* key, uint32_t hash, char* out, uint32_t cap,
+                             uint32_t& len) const {
+  Retries retries;
+  for (;;) {
+    Probe p;
+    int r = probe(key, hash, p);
+    if (r == kAbsent) {
+      if (options_.keyIndex) observed(key, hash, false, 0);
+      return false;
+    }
+    if (r == kFound) {
+      SlotHeader const* s = slotAt(p.slot);
+      {
+        OptimisticReads copy;
+        copyBytes(out, at(p.slot) + payloadOffset_, std::min(p.len, cap));
+      }
+      uint64_t version = options_.keyIndex ? loadRelaxed(s->version) : 0;
+      std::atomic_thread_fence(std::memory_order_acquire);
+      if (loadRelaxed(s->seq) == p.seq) {
+        lastSlot_ = p.slot;
+        if (options_.keyIndex) observed(key, hash, true, version);
+        len = p.len;
+        return true;
+      }
+    }
+    retried(retries, p.slot, p.seq);
+  }
+}
+
+bool Reader::viewIndex(uint64_t index, uint64_t* where, uint64_t* what) const {
+  // One test for both: an index past any mapping, or not 8-byte aligned.
+  if ((index & (~(Mapping::kReserve - 1) | 7)) != 0 ||
+      !mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
+    retryAt(where, what, offsetof(FileHeader, indexOffset), index);
+    return false;
+  }
+  auto const* ih = reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)));
+  uint64_t cap = loadRelaxed(ih->capacity);
+  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
+  if (cap - 1 >= Mapping::kReserve / sizeof(Bucket) || (cap & (cap - 1)) != 0 ||
+      !mapped(base + cap * sizeof(Bucket))) {
+    retryAt(where, what, index + sizeof(SlotHeader), cap);
+    return false;
+  }
+  view_ = IndexView{index, cap, &ih->capacity, reinterpret_cast<Bucket const*>(at(base))};
+  return true;
+}
+
 void Reader::backoff(int attempt) {
   if (attempt < 16) return;
   if (attempt < 64) {
@@ -198,11 +252,19 @@ void Reader::retried(Retries& r, uint64_t where, uint64_t what) const {
 }
 
 bool Reader::readCopy(void const* key, uint32_t hash, std::vector<char>& out) const {
-  return read(key, hash, [&](char const* rec, uint32_t len) { out.assign(rec, rec + len); });
-}
-
-bool Reader::indexed(void const* key) const {
-  return index_.count(std::string(static_cast<char const*>(key), keySize_)) != 0;
+  // The buffer's whole capacity is room for the copy, which then needs no
+  // second read for records up to the largest this buffer held before.
+  out.resize(std::max<size_t>(out.capacity(), 256));
+  for (;;) {
+    uint32_t len = 0;
+    if (!readInto(key, hash, out.data(), static_cast<uint32_t>(out.size()), len)) {
+      out.clear();
+      return false;
+    }
+    bool const whole = len <= out.size();
+    out.resize(len);
+    if (whole) return true;
+  }
 }
 
 bool Reader::pending() const {
@@ -248,11 +310,10 @@ void Reader::selfWake() {
 }
 
 void Reader::observed(void const* key, uint32_t hash, bool present, uint64_t version) const {
-  std::string k(static_cast<char const*>(key), keySize_);
   if (present) {
-    index_[std::move(k)] = Indexed{version, hash};
+    keys_.put(key, hash, version);
   } else {
-    index_.erase(k);
+    keys_.erase(key, hash);
   }
 }
 
@@ -282,35 +343,43 @@ void Reader::resync(Handler& handler, bool overflow) {
   // Mark every indexed key unseen by a bit kept in the top of its version;
   // versions never reach it.
   constexpr uint64_t kSeen = uint64_t{1} << 63;
-  std::vector<std::string> changed;
+  std::vector<char> changed;  // keys, back to back
+  auto change = [&](void const* key) {
+    auto const* k = static_cast<char const*>(key);
+    changed.insert(changed.end(), k, k + keySize_);
+  };
   forEachSlot([&](void const* key, char const*, uint32_t, uint64_t version, uint32_t hash) {
-    std::string k(static_cast<char const*>(key), keySize_);
-    auto [it, added] = index_.try_emplace(k, Indexed{version | kSeen, hash});
-    if (added) {
-      changed.push_back(std::move(k));
-    } else if (!(it->second.version & kSeen)) {
+    uint64_t* seen = keys_.find(key, hash);
+    if (!seen) {
+      keys_.put(key, hash, version | kSeen);
+      change(key);
+    } else if (!(*seen & kSeen)) {
       // A key seen twice keeps its first verdict.
-      if (it->second.version != version) changed.push_back(std::move(k));
-      it->second = Indexed{version | kSeen, hash};
+      if (*seen != version) change(key);
+      *seen = version | kSeen;
     }
   });
   // A key the scan did not see may have moved behind it rather than gone:
   // only a lookup by key tells. Either way it is reported.
-  std::vector<std::pair<std::string, uint32_t>> unseen;
-  for (auto& [k, v] : index_) {
-    if (v.version & kSeen) {
-      v.version &= ~kSeen;
+  std::vector<char> unseen;
+  std::vector<uint32_t> unseenHashes;
+  keys_.forEach([&](void const* key, uint32_t hash, uint64_t& version) {
+    if (version & kSeen) {
+      version &= ~kSeen;
     } else {
-      unseen.emplace_back(k, v.hash);
+      auto const* k = static_cast<char const*>(key);
+      unseen.insert(unseen.end(), k, k + keySize_);
+      unseenHashes.push_back(hash);
     }
+  });
+  for (size_t i = 0; i < unseenHashes.size(); ++i) {
+    char const* k = unseen.data() + i * keySize_;
+    uint64_t before = *keys_.find(k, unseenHashes[i]);
+    read(k, unseenHashes[i], [](char const*, uint32_t) {});  // updates or drops the entry
+    uint64_t const* now = keys_.find(k, unseenHashes[i]);
+    if (!now || *now != before) change(k);
   }
-  for (auto const& [k, hash] : unseen) {
-    uint64_t before = index_[k].version;
-    read(k.data(), hash, [](char const*, uint32_t) {});  // updates or drops the entry
-    auto it = index_.find(k);
-    if (it == index_.end() || it->second.version != before) changed.push_back(k);
-  }
-  for (auto const& k : changed) handler.keyChanged(k.data());
+  for (size_t at = 0; at < changed.size(); at += keySize_) handler.keyChanged(&changed[at]);
   handler.resynchronised(overflow);
 }
 

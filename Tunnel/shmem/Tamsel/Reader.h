@@ -14,10 +14,10 @@
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "Tunnel/shmem/Tamsel/Atomic.h"
+#include "Tunnel/shmem/Tamsel/KeyIndex.h"
 #include "Tunnel/shmem/Tamsel/Registry.h"
 #include "Tunnel/shmem/Tamsel/ShmFile.h"
 #include "Tunnel/shmem/Tamsel/Table.h"
@@ -79,37 +79,84 @@ class Reader {
   // key's lookup leads. ThreadSanitizer does not check what fn does.
   template <typename Fn>
   bool read(void const* key, uint32_t hash, Fn&& fn) const {
+    if (options_.keyIndex) keys_.prefetch(hash);
     Retries retries;
     for (;;) {
-      uint64_t slot = 0, seq = 0;
-      int r = probe(key, hash, &slot, &seq);
+      Probe p;
+      int r = probe(key, hash, p);
       if (r == kAbsent) {
         if (options_.keyIndex) observed(key, hash, false, 0);
         return false;
       }
       if (r == kFound) {
-        SlotHeader const* s = slotAt(slot);
-        uint32_t len = std::min<uint32_t>(loadRelaxed(s->payloadLen), maxLen(s));
-        uint64_t version = loadRelaxed(s->version);
+        SlotHeader const* s = slotAt(p.slot);
         {
           OptimisticReads copy;
-          fn(at(slot) + payloadOffset_, len);
+          fn(at(p.slot) + payloadOffset_, p.len);
         }
+        uint64_t version = options_.keyIndex ? loadRelaxed(s->version) : 0;
+        // The slot's sequence confirms the key, the length and the copy.
         std::atomic_thread_fence(std::memory_order_acquire);
-        if (loadRelaxed(s->seq) == seq) {
-          lastSlot_ = slot;
+        if (loadRelaxed(s->seq) == p.seq) {
+          lastSlot_ = p.slot;
           // What this process last saw of the key: a resynchronisation
           // reports it again if the table moves away from it.
           if (options_.keyIndex) observed(key, hash, true, version);
           return true;
         }
       }
-      retried(retries, slot, seq);
+      retried(retries, p.slot, p.seq);
     }
   }
 
-  // Copies the record of `key` into `out`; false when absent.
+  // Copies the record of `key` into `out`; false (and `out` empty) when
+  // absent.
   bool readCopy(void const* key, uint32_t hash, std::vector<char>& out) const;
+
+  // Copies the record of `key` into out[0, cap) and sets `len` to its
+  // length, which may exceed `cap` (then only its first `cap` bytes are
+  // copied); false when absent. The copy is one version of the record. It
+  // starts as soon as the key's bucket arrives, before the record's header
+  // says how long the record is, so out[0, cap) is scratch: bytes past
+  // `len`, or all of them when the key is absent, may be overwritten.
+  bool readInto(void const* key, uint32_t hash, char* out, uint32_t cap, uint32_t& len) const {
+    if (options_.keyIndex) keys_.prefetch(hash);
+    // The common case in a straight line: the index as last seen, the key
+    // in its home bucket, its slot of the size its bucket says and not
+    // being written. The copy starts right after the slot's sequence is
+    // asked for, and every check waits until after it, so the record's
+    // lines are fetched together.
+    uint64_t where = 0, what = 0;
+    if (currentIndex(&where, &what)) {
+      Bucket const* bp = view_.buckets + (hash & (view_.cap - 1));
+      uint64_t b = loadAcquire(bp->word);
+      uint64_t const prefix = keyPrefixOf(key, keySize_);
+      uint64_t s = bucketSlot(b);
+      uint32_t size = classBytes_[bucketClass(b)];
+      if (bucketLive(b) && bucketTagMatches(b, hash) && loadRelaxed(bp->keyPrefix) == prefix &&
+          size > payloadOffset_ && mapped(s + size)) {
+        SlotHeader const* sh = slotAt(s);
+        uint32_t const room = size - payloadOffset_;
+        uint32_t seq = loadAcquire(sh->seq);
+        {
+          OptimisticReads copy;
+          copyBytes(out, at(s) + payloadOffset_, std::min(room, cap));
+        }
+        bool whole = loadRelaxed(sh->slotSize) == size && loadRelaxed(sh->state) == kSlotLive &&
+                     slotKeyIs(s, key, prefix);
+        uint32_t got = std::min(loadRelaxed(sh->payloadLen), room);
+        uint64_t version = options_.keyIndex ? loadRelaxed(sh->version) : 0;
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (whole && (seq & 1) == 0 && loadRelaxed(sh->seq) == seq) {
+          lastSlot_ = s;
+          if (options_.keyIndex) observed(key, hash, true, version);
+          len = got;
+          return true;
+        }
+      }
+    }
+    return readIntoProbing(key, hash, out, cap, len);
+  }
 
   // Looks up `n` keys (keySize() bytes each, back to back, with their
   // hashes) and calls fn(size_t i, char const* rec, uint32_t len) once for
@@ -121,22 +168,23 @@ class Reader {
   template <typename Fn>
   size_t readBatch(void const* keys, uint32_t const* hashes, size_t n, Fn&& fn) const {
     auto const* k = static_cast<char const*>(keys);
-    std::vector<char> copy;  // per call: fn may itself look keys up
+    std::vector<char> copy(4096);  // per call: fn may itself look keys up
     size_t found = 0;
     for (size_t g = 0; g < n; g += kBatchGroup) {
       size_t const e = std::min(n, g + kBatchGroup);
       for (size_t i = g; i < e; ++i) prefetchBucket(hashes[i]);
       for (size_t i = g; i < e; ++i) prefetchRecord(k + i * keySize_, hashes[i]);
       for (size_t i = g; i < e; ++i) {
-        uint32_t got = 0;
-        bool present = read(k + i * keySize_, hashes[i], [&](char const* rec, uint32_t len) {
-          if (copy.size() < len) copy.resize(len);
-          std::memcpy(copy.data(), rec, len);
-          got = len;
-        });
+        uint32_t len = 0;
+        bool present = false;
+        while ((present = readInto(k + i * keySize_, hashes[i], copy.data(),
+                                   static_cast<uint32_t>(copy.size()), len)) &&
+               len > copy.size()) {
+          copy.resize(len);
+        }
         if (present) {
           ++found;
-          fn(i, static_cast<char const*>(copy.data()), got);
+          fn(i, static_cast<char const*>(copy.data()), len);
         }
       }
     }
@@ -202,12 +250,11 @@ class Reader {
   // Whether notifications are waiting (without consuming them).
   bool pending() const;
 
-  // The local key index (key bytes -> record version), when kept.
-  size_t indexedKeys() const { return index_.size(); }
-  bool indexed(void const* key) const;
+  // The local key index (key -> record version), when kept.
+  size_t indexedKeys() const { return keys_.size(); }
   template <typename Fn>
   void forEachIndexedKey(Fn&& fn) const {
-    for (auto const& [k, v] : index_) fn(static_cast<void const*>(k.data()));
+    keys_.forEach([&](void const* key, uint32_t, uint64_t&) { fn(key); });
   }
 
   // For tests: the read-only mapping of the table.
@@ -258,19 +305,9 @@ class Reader {
   // the read; hints only, so a moving index or a bucket in use for another
   // key costs nothing but the hint.
   Bucket const* homeBucket(uint32_t hash) const {
-    uint64_t index = loadAcquire(header()->indexOffset);
-    if ((index & (~(Mapping::kReserve - 1) | 7)) != 0 ||
-        !mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
-      return nullptr;
-    }
-    uint64_t cap =
-        loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
-    uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
-    if (cap - 1 >= Mapping::kReserve / sizeof(Bucket) || (cap & (cap - 1)) != 0 ||
-        !mapped(base + cap * sizeof(Bucket))) {
-      return nullptr;
-    }
-    return reinterpret_cast<Bucket const*>(at(base + (hash & (cap - 1)) * sizeof(Bucket)));
+    uint64_t where = 0, what = 0;
+    if (!currentIndex(&where, &what)) return nullptr;
+    return view_.buckets + (hash & (view_.cap - 1));
   }
   void prefetchBucket(uint32_t hash) const {
     if (Bucket const* b = homeBucket(hash)) __builtin_prefetch(b);
@@ -283,15 +320,44 @@ class Reader {
         loadRelaxed(bp->keyPrefix) != keyPrefixOf(key, keySize_)) {
       return;
     }
-    uint32_t cls = bucketClass(b);
     uint64_t s = bucketSlot(b);
-    uint64_t size = cls < classes_.count() ? classes_.size(cls) : sizeof(SlotHeader);
+    uint64_t size = classBytes_[bucketClass(b)];
     if (!mapped(s + size)) return;
     for (uint64_t line = 0; line < size; line += 64) __builtin_prefetch(at(s) + line);
   }
   // Whether news arrives within options_.spinNs.
   bool newsWithinSpin() const;
-  int probe(void const* key, uint32_t hash, uint64_t* slot, uint64_t* seq) const;
+  // What a lookup found: the slot and the sequence it holds, and the record's
+  // length; on a retry, slot and seq say where and on what it failed.
+  struct Probe {
+    uint64_t slot = 0;
+    uint64_t seq = 0;
+    uint32_t len = 0;
+  };
+  // A copy of a length the compiler cannot see: inlined, a copy bounded by
+  // a small constant becomes a string move, which on these machines waits
+  // for older branches and trails the library's vector copy.
+  static void copyBytes(char* dst, char const* src, uint32_t n);
+  // readInto() past its common case: probing, retries, absent keys.
+  bool readIntoProbing(void const* key, uint32_t hash, char* out, uint32_t cap,
+                       uint32_t& len) const;
+  int probe(void const* key, uint32_t hash, Probe& p) const;
+  // The index the table uses now, checked once per index rather than once
+  // per lookup: its offset and capacity, and where its buckets are mapped.
+  struct IndexView {
+    uint64_t offset = ~uint64_t{0};
+    uint64_t cap = 0;
+    uint64_t const* capacity = nullptr;  // the index's own capacity word
+    Bucket const* buckets = nullptr;
+  };
+  // Brings view_ to the table's current index; false (with where and on
+  // what it failed) when that index is not yet or not sanely mapped.
+  bool currentIndex(uint64_t* where, uint64_t* what) const {
+    uint64_t index = loadAcquire(header()->indexOffset);
+    if (index == view_.offset && loadRelaxed(*view_.capacity) == view_.cap) return true;
+    return viewIndex(index, where, what);
+  }
+  bool viewIndex(uint64_t index, uint64_t* where, uint64_t* what) const;
   // Whether the slot at `off` holds `key`: an optimistic read, to be
   // confirmed by the slot's sequence.
   bool slotKeyIs(uint64_t off, void const* key, uint64_t prefix) const {
@@ -371,7 +437,10 @@ class Reader {
   TablePaths paths_;
   uint32_t keySize_ = 0;
   uint32_t payloadOffset_ = 0;
-  SizeClasses classes_{64};
+  // Slot bytes by size class, as a bucket names it; a class the table does
+  // not have reads as a bare slot header, which no record fits.
+  uint32_t classBytes_[256] = {};
+  mutable IndexView view_;
   // Fixed when the table was created; checked once when it is mapped.
   uint64_t heapOffset_ = 0;
   uint64_t queueOffset_ = 0;
@@ -391,47 +460,30 @@ class Reader {
   uint64_t overflows_ = 0;
   uint64_t resyncs_ = 0;
   mutable uint64_t lastSlot_ = 0;
-  struct Indexed {
-    uint64_t version;
-    uint32_t hash;
-  };
-  // key -> what this process last saw of it (a lookup, a notification or a
-  // resynchronisation).
-  mutable std::unordered_map<std::string, Indexed> index_;
+  // What this process last saw of each key (a lookup, a scan, a
+  // notification or a resynchronisation).
+  mutable KeyIndex keys_{0};
   std::vector<char> batch_;
 };
 
 // Inline with read(): at a million keys a lookup is two cache misses, and
 // the fewer instructions around them, the more of the next lookup the CPU
 // overlaps with this one.
-inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
-                         uint64_t* seqOut) const {
-  // On a retry, slotOut and seqOut say where and on what the attempt failed.
-  uint64_t index = loadAcquire(header()->indexOffset);
-  // One test for both: an index past any mapping, or not 8-byte aligned.
-  if ((index & (~(Mapping::kReserve - 1) | 7)) != 0 ||
-      !mapped(index + sizeof(SlotHeader) + sizeof(IndexHeader))) {
-    return retryAt(slotOut, seqOut, offsetof(FileHeader, indexOffset), index);
-  }
-  uint64_t cap =
-      loadRelaxed(reinterpret_cast<IndexHeader const*>(at(index + sizeof(SlotHeader)))->capacity);
-  uint64_t base = index + sizeof(SlotHeader) + sizeof(IndexHeader);
-  if (cap - 1 >= Mapping::kReserve / sizeof(Bucket) || (cap & (cap - 1)) != 0 ||
-      !mapped(base + cap * sizeof(Bucket))) {
-    return retryAt(slotOut, seqOut, index + sizeof(SlotHeader), cap);
-  }
-  uint64_t prefix = keyPrefixOf(key, keySize_);
+inline int Reader::probe(void const* key, uint32_t hash, Probe& p) const {
+  if (!currentIndex(&p.slot, &p.seq)) return kRetry;
+  uint64_t const cap = view_.cap;
+  uint64_t const prefix = keyPrefixOf(key, keySize_);
   for (uint64_t n = 0, i = hash & (cap - 1); n < cap; ++n, i = (i + 1) & (cap - 1)) {
-    Bucket const* bp = reinterpret_cast<Bucket const*>(at(base + i * sizeof(Bucket)));
+    Bucket const* bp = view_.buckets + i;
     uint64_t b = loadAcquire(bp->word);
     if (b == kEmptyBucket) break;
     if (!bucketLive(b) || !bucketTagMatches(b, hash) || loadRelaxed(bp->keyPrefix) != prefix) {
       continue;
     }
+    uint64_t const bucketAt = static_cast<uint64_t>(reinterpret_cast<char const*>(bp) - at(0));
     uint64_t s = bucketSlot(b);
-    uint32_t cls = bucketClass(b);
-    uint64_t size = cls < classes_.count() ? classes_.size(cls) : sizeof(SlotHeader);
-    if (!mapped(s + size)) return retryAt(slotOut, seqOut, base + i * sizeof(Bucket), b);
+    uint64_t size = classBytes_[bucketClass(b)];
+    if (!mapped(s + size)) return retryAt(&p.slot, &p.seq, bucketAt, b);
     // Ask for the whole record now: its lines arrive while the header is read.
     for (uint64_t line = 0; line < size; line += 64) __builtin_prefetch(at(s) + line);
     SlotHeader const* sh = slotAt(s);
@@ -439,23 +491,24 @@ inline int Reader::probe(void const* key, uint32_t hash, uint64_t* slotOut,
     uint32_t slotSize = loadRelaxed(sh->slotSize);
     if ((seq & 1) || loadRelaxed(sh->state) != kSlotLive || slotSize < payloadOffset_ ||
         !mapped(s + slotSize)) {
-      return retryAt(slotOut, seqOut, s, seq);
+      return retryAt(&p.slot, &p.seq, s, seq);
     }
-    bool same = slotKeyIs(s, key, prefix);
-    std::atomic_thread_fence(std::memory_order_acquire);
-    if (loadRelaxed(sh->seq) != seq) return retryAt(slotOut, seqOut, s, seq);
-    if (same) {
-      *slotOut = s;
-      *seqOut = seq;
+    if (slotKeyIs(s, key, prefix)) {
+      // The caller confirms the key with the sequence, after its copy.
+      p.slot = s;
+      p.seq = seq;
+      p.len = std::min<uint32_t>(loadRelaxed(sh->payloadLen), slotSize - payloadOffset_);
       return kFound;
     }
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (loadRelaxed(sh->seq) != seq) return retryAt(&p.slot, &p.seq, s, seq);
     // The slot holds another key. If the bucket moved on meanwhile, the slot
     // may have been reused and our key may sit in the bucket's new slot.
-    if (loadAcquire(bp->word) != b) return retryAt(slotOut, seqOut, base + i * sizeof(Bucket), b);
+    if (loadAcquire(bp->word) != b) return retryAt(&p.slot, &p.seq, bucketAt, b);
   }
   // A rehash while we probed the old index may hide a present key.
-  if (loadAcquire(header()->indexOffset) == index) return kAbsent;
-  return retryAt(slotOut, seqOut, offsetof(FileHeader, indexOffset), index);
+  if (loadAcquire(header()->indexOffset) == view_.offset) return kAbsent;
+  return retryAt(&p.slot, &p.seq, offsetof(FileHeader, indexOffset), view_.offset);
 }
 
 }  // namespace Tamsel

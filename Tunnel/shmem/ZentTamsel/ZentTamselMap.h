@@ -15,6 +15,32 @@
 
 namespace ZentTamsel {
 
+// The class that declares a member function.
+template <typename M>
+struct DeclaringClass;
+template <typename C, typename R, typename... A>
+struct DeclaringClass<R (C::*)(A...)> {
+  using type = C;
+};
+template <typename C, typename R, typename... A>
+struct DeclaringClass<R (C::*)(A...) const> {
+  using type = C;
+};
+
+// Whether V reads and validates a record in one pass (deserializeChecked)
+// by the same rules as its deserialize and deserializeLen: a type that
+// writes those two by hand inherits a one-pass read that is not its own.
+template <typename V>
+constexpr bool oneCheckedPass() {
+  if constexpr (requires { &V::deserializeChecked; }) {
+    using C = typename DeclaringClass<decltype(&V::deserializeChecked)>::type;
+    return std::is_same_v<C, typename DeclaringClass<decltype(&V::deserialize)>::type> &&
+           std::is_same_v<C, typename DeclaringClass<decltype(&V::deserializeLen)>::type>;
+  } else {
+    return false;
+  }
+}
+
 // Variable-length values: the value type's serialize / serializeLen /
 // deserialize / deserializeLen.
 template <typename V>
@@ -23,6 +49,17 @@ struct CustomMarshaller {
   static void write(V const& v, char* dst) { v.serialize(dst); }
   static bool valid(char const* src, uint32_t len) { return probe().deserializeLen(src, len) != 0; }
   static void read(V& v, char const* src, uint32_t len) { v.deserialize(src, len); }
+  // valid() then read(), in one pass where the type reads and validates at
+  // once; false leaves `v` unspecified.
+  static bool readChecked(V& v, char const* src, uint32_t len) {
+    if constexpr (oneCheckedPass<V>()) {
+      return v.deserializeChecked(src, len);
+    } else {
+      if (!valid(src, len)) return false;
+      read(v, src, len);
+      return true;
+    }
+  }
 
  private:
   // deserializeLen reads only the buffer; one instance serves every call.
@@ -50,6 +87,11 @@ struct FixedMarshaller {
     }
   }
   static void read(V& v, char const* src, uint32_t) { std::memcpy(&v, src, sizeof(V)); }
+  static bool readChecked(V& v, char const* src, uint32_t len) {
+    if (!valid(src, len)) return false;
+    read(v, src, len);
+    return true;
+  }
 };
 
 template <typename Key, typename Value, typename KeyOf,
@@ -126,7 +168,8 @@ class ZentTamselMap {
   }
 
   // The value of `k` into `out`; false when absent. A record that does not
-  // decode is reported to the corruption handler and treated as absent.
+  // decode is reported to the corruption handler and treated as absent
+  // (`out` is then unspecified).
   bool lookup(Key const& k, Value& out) const {
     core_.requireReadable("lookup");
     if (core_.reader() && core_.mode() == MountType::valueShadow) {
@@ -175,13 +218,9 @@ class ZentTamselMap {
  private:
   bool lookupShared(Key const& k, Value& out) const {
     if (auto* r = core_.reader()) {
+      // Decoding never looks keys up, so one buffer serves a thread.
       thread_local std::vector<char> buf;
-      if (!r->read(&k, k.hash(), [&](char const* rec, uint32_t len) {
-            buf.resize(len);
-            std::memcpy(buf.data(), rec, len);
-          })) {
-        return false;
-      }
+      if (!r->readCopy(&k, k.hash(), buf)) return false;
       return decode(out, buf.data(), static_cast<uint32_t>(buf.size()), r->lastSlot());
     }
     char const* rec;
@@ -357,12 +396,9 @@ class ZentTamselMap {
   }
 
   bool decode(Value& out, char const* rec, uint32_t len, uint64_t offset) const {
-    if (!Marshaller::valid(rec, len)) {
-      core_.doCorruptionDetected(core_.corruptionMessage(offset, rec, len));
-      return false;
-    }
-    Marshaller::read(out, rec, len);
-    return true;
+    if (Marshaller::readChecked(out, rec, len)) return true;
+    core_.doCorruptionDetected(core_.corruptionMessage(offset, rec, len));
+    return false;
   }
 
   TamselMapCore core_;

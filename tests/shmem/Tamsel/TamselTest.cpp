@@ -143,7 +143,9 @@ TEST_F(TamselTest, ReaderThatFellBehindLearnsEveryChangedKeyOnce) {
 
 // A batch finds exactly what single lookups find, each record once and
 // under its own position, across groups and with absent keys among them.
-TEST_F(TamselTest, BatchLookupFindsWhatSingleLookupsFind) {
+// Copies (single, cut short, and batched) hand out what an in-place read
+// sees, for keys in their home bucket and past it, and for absent ones.
+TEST_F(TamselTest, CopiesAndBatchesFindWhatInPlaceReadsFind) {
   Writer w(dir, "entry", testShape(4096, 64));
   for (uint64_t k = 0; k < 100; ++k) put(w, k, k % 7, 16 + 8 * (k % 5));
   for (uint64_t k = 0; k < 20; k += 2) del(w, k);
@@ -159,13 +161,51 @@ TEST_F(TamselTest, BatchLookupFindsWhatSingleLookupsFind) {
                          });
   EXPECT_EQ(n, got.size());
   for (size_t i = 0; i < keys.size(); ++i) {
-    std::vector<char> one;
-    bool present = r.readCopy(&keys[i], hashes[i], one);
-    EXPECT_EQ(present, got.count(i) == 1) << keys[i];
-    if (present) {
-      EXPECT_EQ(got[i], one) << keys[i];
+    std::vector<char> inPlace, copy;
+    bool present = r.read(&keys[i], hashes[i],
+                          [&](char const* rec, uint32_t len) { inPlace.assign(rec, rec + len); });
+    EXPECT_EQ(r.readCopy(&keys[i], hashes[i], copy), present) << keys[i];
+    EXPECT_EQ(got.count(i) == 1, present) << keys[i];
+    if (!present) continue;
+    EXPECT_EQ(copy, inPlace) << keys[i];
+    EXPECT_EQ(got[i], inPlace) << keys[i];
+    char half[64];
+    uint32_t len = 0;
+    auto cap = static_cast<uint32_t>(inPlace.size() / 2);
+    ASSERT_TRUE(r.readInto(&keys[i], hashes[i], half, cap, len));
+    EXPECT_EQ(len, inPlace.size());
+    EXPECT_EQ(std::vector<char>(half, half + cap),
+              std::vector<char>(inPlace.data(), inPlace.data() + cap));
+  }
+}
+
+// The key shadow's index against a model, through growth and deletions
+// that shift later entries back.
+TEST(KeyIndexTest, MatchesAModelThroughGrowthAndDeletions) {
+  KeyIndex index(12);
+  std::map<std::string, uint64_t> model;
+  std::mt19937 rng(5);
+  for (int step = 0; step < 20000; ++step) {
+    uint32_t k = rng() % 600;
+    std::string key = std::to_string(1000000000000 + k).substr(1);  // 12 digits
+    uint32_t hash = k % 61;  // few hashes: long runs to shift through
+    if (rng() % 3 == 0) {
+      index.erase(key.data(), hash);
+      model.erase(key);
+    } else {
+      index.put(key.data(), hash, step);
+      model[key] = step;
     }
   }
+  EXPECT_EQ(index.size(), model.size());
+  size_t seen = 0;
+  index.forEach([&](void const* key, uint32_t, uint64_t& version) {
+    std::string k(static_cast<char const*>(key), 12);
+    ASSERT_TRUE(model.count(k)) << k;
+    EXPECT_EQ(version, model[k]);
+    ++seen;
+  });
+  EXPECT_EQ(seen, model.size());
 }
 
 TEST_F(TamselTest, QuiescedFlagReachesReadersOncePerChange) {
