@@ -163,13 +163,13 @@ std::vector<Row> runBoost(Workload const& w) {
                                       Alloc(segment.get_segment_manager()));
     auto* ctl = segment.construct<Control>("control")();
     row.insertPerSec = perSecond(w.keys, insertAll(w, *map, *ctl));
-    auto replaceAll = [&](std::span<uint64_t const> keys, uint32_t version) {
+    Churn churn{[&](std::span<uint64_t const> keys, uint32_t version) {
       for (uint64_t key : keys) replace(w, *map, *ctl, key, version);
-    };
+    }};
     int64_t t0 = nowNs();
-    replaceAll(w.replaceOrder, 2);
+    churn.replace(w.replaceOrder, 2);
     row.replacePerSec = perSecond(w.keys, nowNs() - t0);
-    measureReads(w, Churn{replaceAll}, row, lookups(name), scan(name));
+    measureReads(w, churn, row, lookups(name), scan(name));
     latency(w, name, *map, *ctl, row);
   } catch (...) {
     bip::shared_memory_object::remove(name.c_str());

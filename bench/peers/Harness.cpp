@@ -319,17 +319,20 @@ void ReadWindow::checkScan(const char* store, bool mayRepeat) {
 namespace {
 
 // Replaces flat out until the reader is done (or gone).
-void churn(Workload const& w, Churn const& c, SharedFlags& f) {
+void churn(Workload const& w, Churn& c, SharedFlags& f) {
   int64_t deadline = nowNs() + static_cast<int64_t>(kChurnSeconds * 1e9);
   uint64_t done = 0;
-  for (uint32_t version = 3;; ++version) {
+  for (;; ++c.version) {
     for (uint64_t i = 0; i < w.keys; i += c.batch) {
       size_t n = std::min<uint64_t>(c.batch, w.keys - i);
-      c.replace(std::span(w.replaceOrder).subspan(i, n), version);
+      c.replace(std::span(w.replaceOrder).subspan(i, n), c.version);
       done += n;
       f.replaced.store(done, std::memory_order_release);
       if (done == n) f.ready = 1;
-      if (f.stop.load(std::memory_order_relaxed)) return;
+      if (f.stop.load(std::memory_order_relaxed)) {
+        ++c.version;  // the next churn starts a pass of its own
+        return;
+      }
       if (done % 4096 < n && nowNs() > deadline) {
         throw std::runtime_error("timed out churning for the reader");
       }
@@ -338,7 +341,7 @@ void churn(Workload const& w, Churn const& c, SharedFlags& f) {
 }
 
 // Runs `body` in a reader process, while this process churns when `c` is set.
-ReadWindow::Figures timedRead(Workload const& w, Churn const* c, ReadBody const& body) {
+ReadWindow::Figures timedRead(Workload const& w, Churn* c, ReadBody const& body) {
   SharedFlagsPtr flags = newSharedFlags();
   Child reader([&](int fd) {
     ReadWindow window(w, c, c ? flags.get() : nullptr);
@@ -356,7 +359,7 @@ ReadWindow::Figures timedRead(Workload const& w, Churn const* c, ReadBody const&
 
 }  // namespace
 
-void measureReads(Workload const& w, Churn const& churn, Row& row, ReadBody const& lookups,
+void measureReads(Workload const& w, Churn& churn, Row& row, ReadBody const& lookups,
                   ReadBody const& scan) {
   row.lookupPerSec = perSecond(w.keys, timedRead(w, nullptr, lookups).ns);
   if (scan) row.scanMs = static_cast<double>(timedRead(w, nullptr, scan).ns) / 1e6;

@@ -183,6 +183,7 @@ constexpr uint64_t kChurnLookups = 100000;
 struct Churn {
   ReplaceFn replace;
   size_t batch = 1;
+  uint32_t version = 3;  // of the next pass: above the insert's and the replace's
 };
 
 // The timed part of a reader process. Under churn it notes how far the writer
@@ -233,7 +234,7 @@ using ReadBody = std::function<void(ReadWindow&)>;
 // Fills the lookup and scan columns of `row`, each from its own reader
 // process running `lookups` or `scan` (none for a row without a scan), first
 // quiet, then while this process churns the store as `churn` says.
-void measureReads(Workload const& w, Churn const& churn, Row& row, ReadBody const& lookups,
+void measureReads(Workload const& w, Churn& churn, Row& row, ReadBody const& lookups,
                   ReadBody const& scan = {});
 
 // A unique name of this run for a store: "<workDir>/<name>".
