@@ -175,6 +175,8 @@ class LatencyProbe {
 // transaction, one pipeline, or a write each.
 using ReplaceFn = std::function<void(std::span<uint64_t const> keys, uint32_t version)>;
 
+// Lookups under churn, at most: a store whose writer shuts its readers out
+// would take minutes for a million.
 constexpr uint64_t kChurnLookups = 100000;
 
 // How a store's writer churns: while a reader reads, it replaces
@@ -197,8 +199,7 @@ class ReadWindow {
   ReadWindow(Workload const& w, Churn const* churn, SharedFlags* flags);
 
   // The keys to look up, in order: all, or under churn the first
-  // kChurnLookups (a store whose writer shuts its readers out would take
-  // minutes for a million).
+  // kChurnLookups.
   std::span<uint64_t const> lookups() const { return lookups_; }
   // Starts the clock; under churn, once the writer is under way.
   void begin();
