@@ -76,38 +76,37 @@ void replace(Workload const& w, Map& map, Control& ctl, uint64_t key, uint32_t v
   w.record(key, version, it->second.bytes);
 }
 
-double lookups(Workload const& w, std::string const& name) {
-  Child reader([&](int fd) {
+// A reader process maps the segment and looks keys up, copying each record
+// out.
+ReadBody lookups(std::string const& name) {
+  return [name](ReadWindow& win) {
     View v(name);
     char out[kRecordLen];
     uint64_t found = 0;
-    int64_t t0 = nowNs();
-    for (uint64_t key : w.lookupOrder) found += v.get(key, out);
-    int64_t ns = nowNs() - t0;
-    if (found != w.keys) throw std::runtime_error("Boost lookups missed records");
-    writeValue(fd, ns);
-  });
-  return perSecond(w.keys, reader.resultAs<int64_t>());
+    win.begin();
+    for (uint64_t key : win.lookups()) found += v.get(key, out);
+    win.end();
+    if (found != win.lookups().size()) throw std::runtime_error("Boost lookups missed records");
+  };
 }
 
-double scan(Workload const& w, std::string const& name) {
-  Child reader([&](int fd) {
-    int64_t t0 = nowNs();
+// A process started now maps the segment and copies every record out, under
+// one sharable lock.
+ReadBody scan(std::string const& name) {
+  return [name](ReadWindow& win) {
+    win.begin();
     View v(name);
     char out[kRecordLen];
-    uint64_t n = 0;
     {
       ReadLock l(v.control->table);
       for (auto const& [key, rec] : *v.map) {
         std::memcpy(out, rec.bytes, kRecordLen);
-        ++n;
+        win.seen(out);
       }
     }
-    int64_t ns = nowNs() - t0;
-    if (n != w.keys) throw std::runtime_error("Boost scan missed records");
-    writeValue(fd, ns);
-  });
-  return static_cast<double>(reader.resultAs<int64_t>()) / 1e6;
+    win.end();
+    win.checkScan("Boost scan");
+  };
 }
 
 void latency(Workload const& w, std::string const& name, Map& map, Control& ctl, Row& row) {
@@ -164,11 +163,13 @@ std::vector<Row> runBoost(Workload const& w) {
                                       Alloc(segment.get_segment_manager()));
     auto* ctl = segment.construct<Control>("control")();
     row.insertPerSec = perSecond(w.keys, insertAll(w, *map, *ctl));
+    Churn churn{[&](std::span<uint64_t const> keys, uint32_t version) {
+      for (uint64_t key : keys) replace(w, *map, *ctl, key, version);
+    }};
     int64_t t0 = nowNs();
-    for (uint64_t key : w.replaceOrder) replace(w, *map, *ctl, key, 2);
+    churn.replace(w.replaceOrder, 2);
     row.replacePerSec = perSecond(w.keys, nowNs() - t0);
-    row.lookupPerSec = lookups(w, name);
-    row.scanMs = scan(w, name);
+    measureReads(w, churn, row, lookups(name), scan(name));
     latency(w, name, *map, *ctl, row);
   } catch (...) {
     bip::shared_memory_object::remove(name.c_str());

@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include "bench/peers/Guard.h"
 #include "bench/peers/LdpRecord.h"
 
@@ -20,6 +22,8 @@ namespace PeerBench {
 namespace {
 
 constexpr int kWarmup = 200;
+// The longest a churning writer waits for its reader.
+constexpr double kChurnSeconds = 900;
 // Time the writer leaves the reader to fall asleep again between samples,
 // so that each sample measures a wake-up.
 constexpr int kSettleUs = 30;
@@ -70,6 +74,9 @@ Workload::Workload(uint64_t n, int s, std::string dir, std::string prefix)
   insertOrder = shuffled(n, 1);
   replaceOrder = shuffled(n, 2);
   lookupOrder = shuffled(n, 3);
+  replacePositions.reserve(n);
+  for (uint64_t i = 0; i < n; ++i) replacePositions.emplace_back(replaceOrder[i], i);
+  std::sort(replacePositions.begin(), replacePositions.end());
   // The peers get the entry's record bytes: check that patching the template
   // gives exactly what serializing the entry gives.
   char a[kRecordLen], b[kRecordLen];
@@ -102,6 +109,9 @@ void keepBest(Row& best, Row const& next) {
   lower(best.scanMs, next.scanMs);
   lower(best.p50Us, next.p50Us);
   lower(best.p99Us, next.p99Us);
+  higher(best.churnLookupPerSec, next.churnLookupPerSec);
+  higher(best.churnWriterPerSec, next.churnWriterPerSec);
+  lower(best.churnScanMs, next.churnScanMs);
 }
 
 void writeAll(int fd, void const* data, size_t len) {
@@ -248,6 +258,115 @@ void LatencyProbe::collect(Child& reader, Row& row) {
   std::sort(lat.begin(), lat.end());
   row.p50Us = static_cast<double>(lat[lat.size() / 2]) / 1000.0;
   row.p99Us = static_cast<double>(lat[lat.size() * 99 / 100]) / 1000.0;
+}
+
+ReadWindow::ReadWindow(Workload const& w, Churn const* churn, SharedFlags* flags)
+    : w_(w),
+      flags_(flags),
+      batch_(churn ? churn->batch : 0),
+      lookups_(w.lookupOrder),
+      seen_(w.keys) {
+  if (churn) lookups_ = lookups_.first(std::min(kChurnLookups, w.keys));
+}
+
+void ReadWindow::begin() {
+  if (flags_) {
+    awaitFlag(flags_->ready, 60, "the churning writer");
+    from_ = flags_->replaced.load(std::memory_order_acquire);
+  }
+  t0_ = nowNs();
+}
+
+void ReadWindow::end() {
+  t1_ = nowNs();
+  if (flags_) {
+    to_ = flags_->replaced.load(std::memory_order_acquire);
+    flags_->stop = 1;
+  }
+}
+
+void ReadWindow::seen(char const* rec) {
+  if (seenCount_ == seen_.size()) seen_.resize(2 * seen_.size());
+  std::memcpy(&seen_[seenCount_++], rec + kKeyOffset, sizeof(uint64_t));
+}
+
+bool ReadWindow::replacedMeanwhile(uint64_t position) const {
+  if (!flags_) return false;
+  // The replaces done meanwhile, and the call the writer was in at the end
+  // (the one it was in at the start is counted from `from_` on).
+  uint64_t n = to_ - from_ + batch_;
+  return n >= w_.keys || (position + w_.keys - from_ % w_.keys) % w_.keys < n;
+}
+
+void ReadWindow::checkScan(const char* store, bool mayRepeat) {
+  seen_.resize(seenCount_);
+  std::sort(seen_.begin(), seen_.end());
+  auto it = seen_.begin();
+  for (auto const& [key, position] : w_.replacePositions) {
+    if (it != seen_.end() && *it < key) break;
+    auto next = std::upper_bound(it, seen_.end(), key);
+    auto times = next - it;
+    it = next;
+    if (times == 1 || replacedMeanwhile(position)) continue;
+    if (times > 1 && mayRepeat) continue;
+    throw std::runtime_error(fmt::format("{} saw key {:#x} {} times", store, key, times));
+  }
+  if (it != seen_.end()) {
+    throw std::runtime_error(fmt::format("{} saw key {:#x}, not in the table", store, *it));
+  }
+}
+
+namespace {
+
+// Replaces flat out until the reader is done (or gone).
+void churn(Workload const& w, Churn& c, SharedFlags& f) {
+  int64_t deadline = nowNs() + static_cast<int64_t>(kChurnSeconds * 1e9);
+  uint64_t done = 0;
+  for (;; ++c.version) {
+    for (uint64_t i = 0; i < w.keys; i += c.batch) {
+      size_t n = std::min<uint64_t>(c.batch, w.keys - i);
+      c.replace(std::span(w.replaceOrder).subspan(i, n), c.version);
+      done += n;
+      f.replaced.store(done, std::memory_order_release);
+      if (done == n) f.ready = 1;
+      if (f.stop.load(std::memory_order_relaxed)) {
+        ++c.version;  // the next churn starts a pass of its own
+        return;
+      }
+      if (done % 4096 < n && nowNs() > deadline) {
+        throw std::runtime_error("timed out churning for the reader");
+      }
+    }
+  }
+}
+
+// Runs `body` in a reader process, while this process churns when `c` is set.
+ReadWindow::Figures timedRead(Workload const& w, Churn* c, ReadBody const& body) {
+  SharedFlagsPtr flags = newSharedFlags();
+  Child reader([&](int fd) {
+    ReadWindow window(w, c, c ? flags.get() : nullptr);
+    try {
+      body(window);
+    } catch (...) {
+      flags->stop = 1;
+      throw;
+    }
+    writeValue(fd, window.figures());
+  });
+  if (c) churn(w, *c, *flags);
+  return reader.resultAs<ReadWindow::Figures>();
+}
+
+}  // namespace
+
+void measureReads(Workload const& w, Churn& churn, Row& row, ReadBody const& lookups,
+                  ReadBody const& scan) {
+  row.lookupPerSec = perSecond(w.keys, timedRead(w, nullptr, lookups).ns);
+  if (scan) row.scanMs = static_cast<double>(timedRead(w, nullptr, scan).ns) / 1e6;
+  auto f = timedRead(w, &churn, lookups);
+  row.churnLookupPerSec = perSecond(std::min(kChurnLookups, w.keys), f.ns);
+  row.churnWriterPerSec = perSecond(f.replaced, f.ns);
+  if (scan) row.churnScanMs = static_cast<double>(timedRead(w, &churn, scan).ns) / 1e6;
 }
 
 }  // namespace PeerBench

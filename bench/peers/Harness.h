@@ -1,8 +1,9 @@
 #pragma once
 // What every store's run shares: the workload (keys, orders, records), one
 // row of figures, child processes that hand a result back through a pipe,
-// and the wake-up latency probe (a shared timestamp and an acknowledgement
-// eventfd) that each store's reader calls from its notification callback.
+// the timed readers (quiet, or while the writer replaces flat out), and the
+// wake-up latency probe (a shared timestamp and an acknowledgement eventfd)
+// that each store's reader calls from its notification callback.
 
 #include <atomic>
 #include <cmath>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <sys/types.h>
@@ -20,6 +22,11 @@ namespace PeerBench {
 constexpr uint32_t kRecordLen = 680;
 
 int64_t nowNs();
+
+// Operations per second for `n` operations in `ns` nanoseconds.
+inline double perSecond(uint64_t n, int64_t ns) {
+  return static_cast<double>(n) * 1e9 / static_cast<double>(ns);
+}
 
 // The writer runs on CPU 0 and every reader process on CPU 1, so that a
 // notification wakes a reader on another core, as between agents. Nothing is
@@ -35,6 +42,9 @@ struct Workload {
   std::string shmPrefix;  // names of POSIX shared-memory objects of this run
   int round = 1;          // which round of the run this is, from 1
   std::vector<uint64_t> insertOrder, replaceOrder, lookupOrder;
+  // (key, its position in replaceOrder), by key: which keys a stretch of
+  // replaces touched.
+  std::vector<std::pair<uint64_t, uint64_t>> replacePositions;
 
   Workload(uint64_t n, int samples, std::string dir, std::string prefix);
   // A 680-byte record of `key` at `version`: an LDP entry with one via, as its
@@ -54,6 +64,11 @@ struct Row {
   double scanMs = NAN;
   double p50Us = NAN;
   double p99Us = NAN;
+  // The same reads while the writer replaces flat out, and the writer's rate
+  // meanwhile (during the lookups).
+  double churnLookupPerSec = NAN;
+  double churnWriterPerSec = NAN;
+  double churnScanMs = NAN;
 };
 
 // Keeps in `best` the better of each figure of `best` and `next` (the higher
@@ -97,6 +112,7 @@ struct SharedFlags {
   std::atomic<int64_t> sentAt;
   std::atomic<int> ready;
   std::atomic<int> stop;
+  std::atomic<uint64_t> replaced;  // under churn: replaces done so far
 };
 void freeSharedFlags(SharedFlags* f);
 using SharedFlagsPtr = std::unique_ptr<SharedFlags, decltype(&freeSharedFlags)>;
@@ -154,6 +170,73 @@ class LatencyProbe {
   Eventfd ack_;
   std::vector<int64_t> lat_;
 };
+
+// A store's write of `keys` at `version`, as its replace column writes: one
+// transaction, one pipeline, or a write each.
+using ReplaceFn = std::function<void(std::span<uint64_t const> keys, uint32_t version)>;
+
+// Lookups under churn, at most: a store whose writer shuts its readers out
+// would take minutes for a million.
+constexpr uint64_t kChurnLookups = 100000;
+
+// How a store's writer churns: while a reader reads, it replaces
+// replaceOrder pass after pass, each pass at a higher version, `batch` keys
+// per call, without pause.
+struct Churn {
+  ReplaceFn replace;
+  size_t batch = 1;
+  uint32_t version = 3;  // of the next pass: above the insert's and the replace's
+};
+
+// The timed part of a reader process. Under churn it notes how far the writer
+// got meanwhile and which keys a scan saw.
+class ReadWindow {
+ public:
+  struct Figures {
+    int64_t ns = 0;
+    uint64_t replaced = 0;
+  };
+  ReadWindow(Workload const& w, Churn const* churn, SharedFlags* flags);
+
+  // The keys to look up, in order: all, or under churn the first
+  // kChurnLookups.
+  std::span<uint64_t const> lookups() const { return lookups_; }
+  // Starts the clock; under churn, once the writer is under way.
+  void begin();
+  void end();
+  // A record a scan copied out.
+  void seen(char const* rec);
+  // Throws unless the scan saw every key of the table exactly once and
+  // nothing else, where a key the writer replaced during the scan may be
+  // missing or repeated: libtunnel writes a replaced record into another slot
+  // and then frees the old one, so its scan can pass the new place before the
+  // record lands there and reach the old one after it left (or see both).
+  // Keys left alone during the scan are the ones no store may miss; LMDB's
+  // snapshot and Boost's lock keep the others too. `mayRepeat`: a cursor over
+  // a hash table that can return a key twice even when it was left alone.
+  void checkScan(const char* store, bool mayRepeat = false);
+  Figures figures() const { return {t1_ - t0_, to_ - from_}; }
+
+ private:
+  bool replacedMeanwhile(uint64_t position) const;
+
+  Workload const& w_;
+  SharedFlags* flags_;  // null when quiet
+  size_t batch_;
+  std::span<uint64_t const> lookups_;
+  int64_t t0_ = 0, t1_ = 0;
+  uint64_t from_ = 0, to_ = 0;
+  // Sized up front, so that a scan's keys cost it no allocation.
+  std::vector<uint64_t> seen_;
+  size_t seenCount_ = 0;
+};
+using ReadBody = std::function<void(ReadWindow&)>;
+
+// Fills the lookup and scan columns of `row`, each from its own reader
+// process running `lookups` or `scan` (none for a row without a scan), first
+// quiet, then while this process churns the store as `churn` says.
+void measureReads(Workload const& w, Churn& churn, Row& row, ReadBody const& lookups,
+                  ReadBody const& scan = {});
 
 // A unique name of this run for a store: "<workDir>/<name>".
 std::string storePath(Workload const& w, std::string const& name);

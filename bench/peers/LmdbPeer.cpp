@@ -14,7 +14,7 @@
 namespace PeerBench {
 namespace {
 
-constexpr int kBatch = 1000;
+constexpr size_t kBatch = 1000;
 
 void check(int rc, const char* what) {
   if (rc != MDB_SUCCESS) throw std::runtime_error(std::string(what) + ": " + mdb_strerror(rc));
@@ -41,11 +41,11 @@ class Env {
   Env& operator=(Env const&) = delete;
 
   // Writes `order` in transactions of `batch` writes.
-  int64_t write(Workload const& w, std::vector<uint64_t> const& order, uint32_t version,
-                int batch) {
+  int64_t write(Workload const& w, std::span<uint64_t const> order, uint32_t version,
+                size_t batch) {
     int64_t t0 = nowNs();
     MDB_txn* txn = nullptr;
-    int inTxn = 0;
+    size_t inTxn = 0;
     for (uint64_t key : order) {
       if (!txn) check(mdb_txn_begin(env_, nullptr, 0, &txn), "mdb_txn_begin");
       put(w, txn, key, version);
@@ -97,32 +97,33 @@ class Env {
   MDB_dbi dbi_ = 0;
 };
 
-// A reader process: opens the environment itself and looks up every key,
-// copying each record out, with one read transaction per `batch` lookups.
-double lookups(Workload const& w, std::string const& dir, int batch) {
-  Child reader([&](int fd) {
+// A reader process: opens the environment itself and looks keys up, copying
+// each record out, with one read transaction per `batch` lookups.
+ReadBody lookups(Workload const& w, std::string const& dir, size_t batch) {
+  return [&w, dir, batch](ReadWindow& win) {
     Env env(dir, w.keys, true);
     MDB_txn* txn = env.readTxn();
     char out[kRecordLen];
     uint64_t found = 0;
-    int64_t t0 = nowNs();
-    for (uint64_t i = 0; i < w.keys; i += static_cast<uint64_t>(batch)) {
+    auto keys = win.lookups();
+    win.begin();
+    for (size_t i = 0; i < keys.size(); i += batch) {
       check(mdb_txn_renew(txn), "mdb_txn_renew");
-      uint64_t end = std::min<uint64_t>(w.keys, i + static_cast<uint64_t>(batch));
-      for (uint64_t j = i; j < end; ++j) found += env.get(txn, w.lookupOrder[j], out);
+      for (uint64_t key : keys.subspan(i, std::min(batch, keys.size() - i))) {
+        found += env.get(txn, key, out);
+      }
       mdb_txn_reset(txn);
     }
-    int64_t ns = nowNs() - t0;
-    if (found != w.keys) throw std::runtime_error("LMDB lookups missed records");
-    writeValue(fd, ns);
-  });
-  return perSecond(w.keys, reader.resultAs<int64_t>());
+    win.end();
+    if (found != keys.size()) throw std::runtime_error("LMDB lookups missed records");
+  };
 }
 
-// A process started now opens the environment and copies every record out.
-double scan(Workload const& w, std::string const& dir) {
-  Child reader([&](int fd) {
-    int64_t t0 = nowNs();
+// A process started now opens the environment and copies every record out,
+// in one read transaction.
+ReadBody scan(Workload const& w, std::string const& dir) {
+  return [&w, dir](ReadWindow& win) {
+    win.begin();
     Env env(dir, w.keys, true);
     MDB_txn* txn = env.readTxn();
     check(mdb_txn_renew(txn), "mdb_txn_renew");
@@ -130,17 +131,14 @@ double scan(Workload const& w, std::string const& dir) {
     check(mdb_cursor_open(txn, env.dbi(), &cur), "mdb_cursor_open");
     MDB_val k, v;
     char out[kRecordLen];
-    uint64_t n = 0;
     for (int rc = mdb_cursor_get(cur, &k, &v, MDB_FIRST); rc == MDB_SUCCESS;
          rc = mdb_cursor_get(cur, &k, &v, MDB_NEXT)) {
       std::memcpy(out, v.mv_data, std::min<size_t>(v.mv_size, kRecordLen));
-      ++n;
+      win.seen(out);
     }
-    int64_t ns = nowNs() - t0;
-    if (n != w.keys) throw std::runtime_error("LMDB scan missed records");
-    writeValue(fd, ns);
-  });
-  return static_cast<double>(reader.resultAs<int64_t>()) / 1e6;
+    win.end();
+    win.checkScan("LMDB scan");
+  };
 }
 
 // The reader sleeps on an eventfd the writer signals after each commit, with
@@ -170,7 +168,7 @@ void latency(Workload const& w, std::string const& dir, Env& env, Row& row) {
   probe.collect(reader, row);
 }
 
-Row runRow(Workload const& w, int batch) {
+Row runRow(Workload const& w, size_t batch) {
   Row row;
   row.store = batch == 1 ? "LMDB, txn per write" : "LMDB, 1000 per txn";
   row.keys = w.keys;
@@ -180,11 +178,12 @@ Row runRow(Workload const& w, int batch) {
     Env env(dir, w.keys, false);
     row.insertPerSec = perSecond(w.keys, env.write(w, w.insertOrder, 1, batch));
     row.replacePerSec = perSecond(w.keys, env.write(w, w.replaceOrder, 2, batch));
-    row.lookupPerSec = lookups(w, dir, batch);
-    if (batch == 1) {
-      row.scanMs = scan(w, dir);
-      latency(w, dir, env, row);
-    }
+    Churn churn{[&](std::span<uint64_t const> keys, uint32_t version) {
+                  env.write(w, keys, version, batch);
+                },
+                batch};
+    measureReads(w, churn, row, lookups(w, dir, batch), batch == 1 ? scan(w, dir) : ReadBody());
+    if (batch == 1) latency(w, dir, env, row);
   }
   std::filesystem::remove_all(dir);
   return row;

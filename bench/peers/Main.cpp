@@ -1,7 +1,7 @@
 // libtunnel's shared-memory tables beside the stores an agent would otherwise
 // share tunnel state through (LMDB, Redis, Boost.Interprocess), on the same
-// workload in one run; prints one table with every figure and the ratio of
-// libtunnel to each peer.
+// workload in one run, quiet and while the writer replaces flat out; prints
+// every figure with the ratio of libtunnel to each peer.
 //
 //   peers_bench [--keys 100000,1000000] [--samples 10000] [--rounds 2]
 //               [--stores libtunnel,lmdb,redis,boost,wake] [--huge-pages]

@@ -17,9 +17,4 @@ std::vector<Row> runBoost(Workload const& w);
 // Notification latency only: a bare eventfd wake-up between two processes.
 std::vector<Row> runWakeFloor(Workload const& w);
 
-// Updates per second for `n` updates in `ns` nanoseconds.
-inline double perSecond(uint64_t n, int64_t ns) {
-  return static_cast<double>(n) * 1e9 / static_cast<double>(ns);
-}
-
 }  // namespace PeerBench

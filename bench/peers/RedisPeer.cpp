@@ -15,7 +15,7 @@ namespace PeerBench {
 namespace {
 
 constexpr const char* kTable = "ldp";
-constexpr int kPipelined = 100;
+constexpr size_t kPipelined = 100;
 constexpr uint64_t kScanCount = 1000;
 
 void appendUpdate(RedisConnection& c, Workload const& w, uint64_t key, uint32_t version) {
@@ -26,11 +26,11 @@ void appendUpdate(RedisConnection& c, Workload const& w, uint64_t key, uint32_t 
   redisAppendCommand(c.context(), "PUBLISH %s %b", kTable, &key, sizeof key);
 }
 
-int64_t write(RedisConnection& c, Workload const& w, std::vector<uint64_t> const& order,
-              uint32_t version, int pipeline) {
+int64_t write(RedisConnection& c, Workload const& w, std::span<uint64_t const> order,
+              uint32_t version, size_t pipeline) {
   int64_t t0 = nowNs();
-  for (uint64_t i = 0; i < w.keys; i += static_cast<uint64_t>(pipeline)) {
-    uint64_t end = std::min<uint64_t>(w.keys, i + static_cast<uint64_t>(pipeline));
+  for (size_t i = 0; i < order.size(); i += pipeline) {
+    size_t end = std::min(order.size(), i + pipeline);
     for (uint64_t j = i; j < end; ++j) appendUpdate(c, w, order[j], version);
     c.dropReplies(static_cast<int>(2 * (end - i)));
   }
@@ -57,18 +57,21 @@ Child subscribe(int port, SharedFlags& flags) {
   });
 }
 
-double lookups(Workload const& w, int port, int pipeline) {
-  Child reader([&](int fd) {
+// A reader process connects and looks keys up, `pipeline` per round trip,
+// copying each record out.
+ReadBody lookups(int port, size_t pipeline) {
+  return [port, pipeline](ReadWindow& win) {
     RedisConnection c(port);
     char out[kRecordLen];
     uint64_t found = 0;
-    int64_t t0 = nowNs();
-    for (uint64_t i = 0; i < w.keys; i += static_cast<uint64_t>(pipeline)) {
-      uint64_t end = std::min<uint64_t>(w.keys, i + static_cast<uint64_t>(pipeline));
-      for (uint64_t j = i; j < end; ++j) {
-        redisAppendCommand(c.context(), "HGET %s %b", kTable, &w.lookupOrder[j], sizeof(uint64_t));
+    auto keys = win.lookups();
+    win.begin();
+    for (size_t i = 0; i < keys.size(); i += pipeline) {
+      size_t end = std::min(keys.size(), i + pipeline);
+      for (size_t j = i; j < end; ++j) {
+        redisAppendCommand(c.context(), "HGET %s %b", kTable, &keys[j], sizeof(uint64_t));
       }
-      for (uint64_t j = i; j < end; ++j) {
+      for (size_t j = i; j < end; ++j) {
         redisReply* r = c.reply();
         if (r->type == REDIS_REPLY_STRING && r->len == kRecordLen) {
           std::memcpy(out, r->str, kRecordLen);
@@ -77,20 +80,18 @@ double lookups(Workload const& w, int port, int pipeline) {
         freeReplyObject(r);
       }
     }
-    int64_t ns = nowNs() - t0;
-    if (found != w.keys) throw std::runtime_error("Redis lookups missed records");
-    writeValue(fd, ns);
-  });
-  return perSecond(w.keys, reader.resultAs<int64_t>());
+    win.end();
+    if (found != keys.size()) throw std::runtime_error("Redis lookups missed records");
+  };
 }
 
-// A process started now connects and walks the hash with HSCAN.
-double scan(Workload const& w, int port) {
-  Child reader([&](int fd) {
-    int64_t t0 = nowNs();
+// A process started now connects and walks the hash with HSCAN, which may
+// return a field twice (while the hash is resized).
+ReadBody scan(int port) {
+  return [port](ReadWindow& win) {
+    win.begin();
     RedisConnection c(port);
     char out[kRecordLen];
-    uint64_t n = 0;
     std::string cursor = "0";
     do {
       redisAppendCommand(c.context(), "HSCAN %s %s COUNT %llu", kTable, cursor.c_str(),
@@ -101,15 +102,13 @@ double scan(Workload const& w, int port) {
       for (size_t i = 1; i < items->elements; i += 2) {
         std::memcpy(out, items->element[i]->str,
                     std::min<size_t>(items->element[i]->len, kRecordLen));
-        ++n;
+        win.seen(out);
       }
       freeReplyObject(r);
     } while (cursor != "0");
-    int64_t ns = nowNs() - t0;
-    if (n < w.keys) throw std::runtime_error("Redis scan missed records");
-    writeValue(fd, ns);
-  });
-  return static_cast<double>(reader.resultAs<int64_t>()) / 1e6;
+    win.end();
+    win.checkScan("Redis scan", true);
+  };
 }
 
 // The reader waits in SUBSCRIBE; on each key it reads the record over a
@@ -146,7 +145,7 @@ void latency(Workload const& w, int port, RedisConnection& writer, Row& row) {
   probe.collect(reader, row);
 }
 
-Row runRow(Workload const& w, int pipeline) {
+Row runRow(Workload const& w, size_t pipeline) {
   Row row;
   row.store = pipeline == 1 ? "Redis" : "Redis, pipelined 100";
   row.keys = w.keys;
@@ -165,11 +164,13 @@ Row runRow(Workload const& w, int pipeline) {
     if (subscriber.resultAs<uint64_t>() != 2 * w.keys) {
       throw std::runtime_error("the Redis subscriber missed keys");
     }
-    row.lookupPerSec = lookups(w, server.port(), pipeline);
-    if (pipeline == 1) {
-      row.scanMs = scan(w, server.port());
-      latency(w, server.port(), c, row);
-    }
+    Churn churn{[&](std::span<uint64_t const> keys, uint32_t version) {
+                  write(c, w, keys, version, pipeline);
+                },
+                pipeline};
+    measureReads(w, churn, row, lookups(server.port(), pipeline),
+                 pipeline == 1 ? scan(server.port()) : ReadBody());
+    if (pipeline == 1) latency(w, server.port(), c, row);
   }
   std::filesystem::remove_all(dir);
   return row;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
+#include <initializer_list>
 #include <ostream>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -72,6 +73,40 @@ std::string cpuModel() {
   return "unknown CPU";
 }
 
+struct Column {
+  const char* head;
+  double Row::*field;
+  bool isRate;
+};
+
+// One table of `columns`; rows with none of them are left out.
+void printColumns(std::ostream& os, std::vector<Row> const& rows,
+                  std::initializer_list<Column> columns) {
+  std::string line = fmt::format("{:>10}  {:<21}", "keys", "store");
+  for (auto const& c : columns) line += fmt::format("  {:>14}", c.head);
+  os << line << "\n" << std::string(line.size(), '-') << "\n";
+  uint64_t lastKeys = 0;
+  for (auto const& r : rows) {
+    if (std::all_of(columns.begin(), columns.end(),
+                    [&r](Column const& c) { return std::isnan(r.*c.field); })) {
+      continue;
+    }
+    if (lastKeys && r.keys != lastKeys) os << "\n";
+    lastKeys = r.keys;
+    Row const* self = selfRow(rows, r.keys);
+    // Ratios are against the peers; the libtunnel rows are what they divide.
+    bool peer = self && r.store.rfind(kSelf, 0) != 0;
+    std::string out = fmt::format("{:>10}  {:<21}", withCommas(r.keys), r.store);
+    for (auto const& c : columns) {
+      double v = r.*c.field;
+      std::string text = std::isnan(v) ? "-" : c.isRate ? rateText(v) : timeText(v);
+      std::string x = peer ? ratioText(ratio(self->*c.field, v, c.isRate)) : "";
+      out += fmt::format("  {:>8} {:<5}", text, x);
+    }
+    os << out << "\n";
+  }
+}
+
 }  // namespace
 
 std::string machineLine() {
@@ -90,35 +125,18 @@ std::string machineLine() {
 }
 
 void printTable(std::ostream& os, std::vector<Row> const& rows) {
-  constexpr const char* kHead[] = {"insert/s", "replace/s",     "lookup/s",
-                                   "scan ms",  "notify p50 us", "notify p99 us"};
-  std::string line = fmt::format("{:>10}  {:<21}", "keys", "store");
-  for (auto const* h : kHead) line += fmt::format("  {:>14}", h);
-  os << line << "\n" << std::string(line.size(), '-') << "\n";
-  uint64_t lastKeys = 0;
-  for (auto const& r : rows) {
-    if (lastKeys && r.keys != lastKeys) os << "\n";
-    lastKeys = r.keys;
-    Row const* self = selfRow(rows, r.keys);
-    // Ratios are against the peers; the libtunnel rows are what they divide.
-    bool peer = self && r.store.rfind(kSelf, 0) != 0;
-    struct Cell {
-      double v, s;
-      bool isRate;
-    } cells[] = {{r.insertPerSec, self ? self->insertPerSec : NAN, true},
-                 {r.replacePerSec, self ? self->replacePerSec : NAN, true},
-                 {r.lookupPerSec, self ? self->lookupPerSec : NAN, true},
-                 {r.scanMs, self ? self->scanMs : NAN, false},
-                 {r.p50Us, self ? self->p50Us : NAN, false},
-                 {r.p99Us, self ? self->p99Us : NAN, false}};
-    std::string out = fmt::format("{:>10}  {:<21}", withCommas(r.keys), r.store);
-    for (auto const& c : cells) {
-      std::string v = std::isnan(c.v) ? "-" : c.isRate ? rateText(c.v) : timeText(c.v);
-      std::string x = peer ? ratioText(ratio(c.s, c.v, c.isRate)) : "";
-      out += fmt::format("  {:>8} {:<5}", v, x);
-    }
-    os << out << "\n";
-  }
+  printColumns(os, rows,
+               {{"insert/s", &Row::insertPerSec, true},
+                {"replace/s", &Row::replacePerSec, true},
+                {"lookup/s", &Row::lookupPerSec, true},
+                {"scan ms", &Row::scanMs, false},
+                {"notify p50 us", &Row::p50Us, false},
+                {"notify p99 us", &Row::p99Us, false}});
+  os << "\nWhile the writer replaces flat out:\n\n";
+  printColumns(os, rows,
+               {{"lookup/s", &Row::churnLookupPerSec, true},
+                {"writer/s", &Row::churnWriterPerSec, true},
+                {"scan ms", &Row::churnScanMs, false}});
 }
 
 bool printTargets(std::ostream& os, std::vector<Row> const& rows) {

@@ -1,7 +1,7 @@
 #pragma once
-// The one table the benchmark prints: every figure of every store at every
-// size, each peer's figure with the ratio of libtunnel to it, then the
-// targets, checked at the largest size.
+// The tables the benchmark prints: every figure of every store at every
+// size, each peer's figure with the ratio of libtunnel to it, then the reads
+// under churn the same way, then the targets, checked at the largest size.
 
 #include <iosfwd>
 #include <string>

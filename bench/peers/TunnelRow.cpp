@@ -41,7 +41,7 @@ class KeyReactor : public TunnelTableBase::NotifieeConst {
   Fn fn_;
 };
 
-int64_t write(LdpTunnelTable& table, LdpTunnelTableEntry& e, std::vector<uint64_t> const& order,
+int64_t write(LdpTunnelTable& table, LdpTunnelTableEntry& e, std::span<uint64_t const> order,
               uint32_t version) {
   int64_t t0 = nowNs();
   e.entryMetricIs(version);
@@ -84,49 +84,44 @@ Zent::Ptr<LdpTunnelTable> mountReader(TunnelTableMounter const& m) {
 // Copy-out lookups go through a plain reader; decoded ones through a key
 // shadow's entry(key, out), as an agent reads, which also records the
 // version it saw of each key.
-double lookups(Workload const& w, TunnelTableMounter const& m, bool decoded) {
-  Child reader([&](int fd) {
+ReadBody lookups(TunnelTableMounter const& m, bool decoded) {
+  return [&m, decoded](ReadWindow& win) {
     auto table = decoded ? ldp(m.mountKeyshadow(kTable)) : mountReader(m);
     auto entry = std::make_unique<LdpTunnelTableEntry>();
     char out[kRecordLen];
     uint64_t found = 0;
-    int64_t t0 = nowNs();
+    win.begin();
     if (decoded) {
-      for (uint64_t key : w.lookupOrder) found += table->entry(TunnelId(key), *entry);
+      for (uint64_t key : win.lookups()) found += table->entry(TunnelId(key), *entry);
     } else {
-      for (uint64_t key : w.lookupOrder) found += copyOut(*table, key, out);
+      for (uint64_t key : win.lookups()) found += copyOut(*table, key, out);
     }
-    int64_t ns = nowNs() - t0;
-    if (found != w.keys) throw std::runtime_error("libtunnel lookups missed entries");
-    writeValue(fd, ns);
-  });
-  return perSecond(w.keys, reader.resultAs<int64_t>());
+    win.end();
+    if (found != win.lookups().size()) throw std::runtime_error("libtunnel lookups missed entries");
+  };
 }
 
 // A process started now mounts the table as a plain reader and copies every
 // record out (the reader's scan hands each one over as a stable copy), in
 // the order of the file; decoded, it also checks and decodes each.
-double scan(Workload const& w, TunnelTableMounter const& m, bool decoded) {
-  Child reader([&](int fd) {
-    int64_t t0 = nowNs();
+ReadBody scan(TunnelTableMounter const& m, bool decoded) {
+  return [&m, decoded](ReadWindow& win) {
+    win.begin();
     auto table = mountReader(m);
     auto entry = std::make_unique<LdpTunnelTableEntry>();
     char out[kRecordLen];
-    uint64_t n = 0;
     table->entryCore().reader()->forEach([&](void const*, char const* rec, uint32_t len, uint64_t) {
       if (!decoded) {
         std::memcpy(out, rec, std::min<uint32_t>(len, kRecordLen));
-        ++n;
+        win.seen(out);
       } else if (entry->deserializeLen(rec, len) == len) {
         entry->deserialize(rec, len);
-        ++n;
+        win.seen(rec);
       }
     });
-    int64_t ns = nowNs() - t0;
-    if (n != w.keys) throw std::runtime_error("libtunnel scan missed entries");
-    writeValue(fd, ns);
-  });
-  return static_cast<double>(reader.resultAs<int64_t>()) / 1e6;
+    win.end();
+    win.checkScan("libtunnel scan");
+  };
 }
 
 // The key shadow's reactor is the callback: it reads the entry and
@@ -181,10 +176,11 @@ std::vector<Row> runLibtunnel(Workload const& w) {
         throw std::runtime_error("the key-shadow reader saw no notification");
       }
     }
-    row.lookupPerSec = lookups(w, m, false);
-    row.scanMs = scan(w, m, false);
-    decoded.lookupPerSec = lookups(w, m, true);
-    decoded.scanMs = scan(w, m, true);
+    Churn churn{[&](std::span<uint64_t const> keys, uint32_t version) {
+      write(*table, *e, keys, version);
+    }};
+    measureReads(w, churn, row, lookups(m, false), scan(m, false));
+    measureReads(w, churn, decoded, lookups(m, true), scan(m, true));
     latency(w, m, *table, *e, row);
     table = nullptr;
     m.unmount(kTable);
