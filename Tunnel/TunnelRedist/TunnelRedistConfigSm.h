@@ -11,7 +11,7 @@
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Dabin.h"
-#include "Tunnel/framework/HashMap2018.h"
+#include "Tunnel/framework/FlatHashMap.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelRedist {
@@ -29,7 +29,8 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
  public:
   using Table = typename Traits::Table;
   using Entry = typename Traits::Entry;
-  using TidToTepMap = Zent::HashMap2018<TunnelId, TunnelIdToEndPoint>;
+  // Flat: looked up on every notification, and as large as the input table.
+  using TidToTepMap = Zent::FlatHashMap<TunnelId, TunnelIdToEndPoint>;
   // Whether members carry the input entry's IGP metric (else 0).
   static constexpr bool kCarriesIgpMetric = Traits::kIgpMetric;
 
