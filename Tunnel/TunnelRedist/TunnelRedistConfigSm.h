@@ -76,6 +76,10 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
 
   void handleTunnelEntry(TunnelId const& id) {
     if (!initialized_) return;
+    // Each update reads tidToTep and moves a member between two entries, each
+    // a likely cache miss; the loads start early so that they overlap the
+    // table's lookup and each other.
+    tidToTep_.prefetch(id);
     Entry e;
     bool present = table_->entry(id, e) && static_cast<bool>(e);
     if (!present) {
@@ -86,6 +90,8 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
     }
     Vorn::IpGenPrefix tep = e.tep();
     TunnelIdToEndPoint const* old = tidToTep_.find(id);
+    prefetchMember(tep, id);
+    if (old && old->tep() != tep) prefetchMember(old->tep(), id);
     if (old && old->tep() == tep) {
       if constexpr (Traits::kNoOpOnSameEndpoint) {
         fmtrace(8, "{} no-op for tunnelId:{} tep:{}", sig("handleTunnelEntry(TunnelId)"), id, tep);
@@ -156,6 +162,12 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
    private:
     TunnelRedistConfigSm* sm_;
   };
+
+  void prefetchMember(Vorn::IpGenPrefix const& prefix, TunnelId const& id) const {
+    if (auto const* entry = config_->entries().find(prefix)) {
+      (*entry)->memberTunnelInfos().prefetch(id);
+    }
+  }
 
   static std::string sig(const char* fn) { return std::string(Traits::kClassName) + "::" + fn; }
 
