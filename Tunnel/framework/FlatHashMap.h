@@ -35,13 +35,15 @@ class FlatHashMap {
   }
   bool contains(Key const& k) const { return slotOf(k) != kNone; }
 
-  // Starts loading the slot where the search for `k` begins, so that its
-  // miss overlaps other work before the lookup. The empty asm keeps g++ from
-  // finding this function pure and dropping its calls.
+  // Starts loading the slot where the search for `k` begins (both its cache
+  // lines when it straddles two), so that its miss overlaps other work before
+  // the lookup. The empty asm keeps g++ from finding this function pure and
+  // dropping its calls.
   void prefetch(Key const& k) const {
     if (slots_.empty()) return;
-    Slot const* s = &slots_[home(k)];
+    auto const* s = reinterpret_cast<char const*>(&slots_[home(k)]);
     __builtin_prefetch(s);
+    __builtin_prefetch(s + sizeof(Slot) - 1);
     asm volatile("" : : "r"(s));
   }
 
@@ -71,9 +73,18 @@ class FlatHashMap {
     Slot& s = slots_[i];
     if (old) *old = std::move(s.value);
     s = Slot{};
-    s.state = State::deleted;
     --size_;
-    ++deleted_;
+    // A tombstone is needed only where a probe may have to go on past it: a
+    // run that ends here ends at an empty slot, with the tombstones before it.
+    if (slots_[(i + 1) & mask()].state != State::empty) {
+      s.state = State::deleted;
+      ++deleted_;
+      return true;
+    }
+    for (size_t j = (i - 1) & mask(); slots_[j].state == State::deleted; j = (j - 1) & mask()) {
+      slots_[j].state = State::empty;
+      --deleted_;
+    }
     return true;
   }
 
