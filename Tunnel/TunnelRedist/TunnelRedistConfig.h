@@ -11,6 +11,7 @@
 
 #include "Tunnel/TunnelTable/TunnelId.h"
 #include "Tunnel/framework/Entity.h"
+#include "Tunnel/framework/FlatHashMap.h"
 #include "Tunnel/framework/HashMap2018.h"
 #include "Tunnel/framework/String.h"
 #include "Tunnel/net/IpGenPrefix.h"
@@ -69,7 +70,9 @@ class TunnelIdToEndPoint {
 class TunnelRedistEntry : public Zent::Entity {
  public:
   static constexpr Zent::AttributeId kMemberTunnelInfoId = 2;
-  using MemberMap = Zent::HashMap2018<TunnelId, TunnelInfo>;
+  // Flat: every update of a redistribution machine removes a member from one
+  // entry and adds it to another.
+  using MemberMap = Zent::FlatHashMap<TunnelId, TunnelInfo>;
 
   explicit TunnelRedistEntry(Vorn::IpGenPrefix const& prefix);
 

@@ -11,7 +11,7 @@
 #include "Tunnel/TunnelRedist/TunnelRedistConfig.h"
 #include "Tunnel/TunnelTable/TunnelTableBase.h"
 #include "Tunnel/framework/Dabin.h"
-#include "Tunnel/framework/HashMap2018.h"
+#include "Tunnel/framework/FlatHashMap.h"
 #include "Tunnel/shmem/ZentTamsel/ZentTamsel.h"
 
 namespace Tunnel::TunnelRedist {
@@ -29,7 +29,8 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
  public:
   using Table = typename Traits::Table;
   using Entry = typename Traits::Entry;
-  using TidToTepMap = Zent::HashMap2018<TunnelId, TunnelIdToEndPoint>;
+  // Flat: looked up on every notification, and as large as the input table.
+  using TidToTepMap = Zent::FlatHashMap<TunnelId, TunnelIdToEndPoint>;
   // Whether members carry the input entry's IGP metric (else 0).
   static constexpr bool kCarriesIgpMetric = Traits::kIgpMetric;
 
@@ -75,6 +76,10 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
 
   void handleTunnelEntry(TunnelId const& id) {
     if (!initialized_) return;
+    // Each update reads tidToTep and moves a member between two entries, each
+    // a likely cache miss; the loads start early so that they overlap the
+    // table's lookup and each other.
+    tidToTep_.prefetch(id);
     Entry e;
     bool present = table_->entry(id, e) && static_cast<bool>(e);
     if (!present) {
@@ -85,6 +90,8 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
     }
     Vorn::IpGenPrefix tep = e.tep();
     TunnelIdToEndPoint const* old = tidToTep_.find(id);
+    prefetchMember(tep, id);
+    if (old && old->tep() != tep) prefetchMember(old->tep(), id);
     if (old && old->tep() == tep) {
       if constexpr (Traits::kNoOpOnSameEndpoint) {
         fmtrace(8, "{} no-op for tunnelId:{} tep:{}", sig("handleTunnelEntry(TunnelId)"), id, tep);
@@ -155,6 +162,12 @@ class TunnelRedistConfigSm : public Zent::PtrInterface {
    private:
     TunnelRedistConfigSm* sm_;
   };
+
+  void prefetchMember(Vorn::IpGenPrefix const& prefix, TunnelId const& id) const {
+    if (auto const* entry = config_->entries().find(prefix)) {
+      (*entry)->memberTunnelInfos().prefetch(id);
+    }
+  }
 
   static std::string sig(const char* fn) { return std::string(Traits::kClassName) + "::" + fn; }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Tunnel/framework/FlatHashMap.h"
 #include "Tunnel/framework/Hash.h"
 #include "Tunnel/framework/HashMap2018.h"
 #include "Tunnel/framework/Ptr.h"
@@ -51,7 +52,13 @@ class HashMap2018Test : public ::testing::Test {
   }
 };
 
-using Forms = ::testing::Types<ExternalKey, InternalKey>;
+// The flat map keeps the external-key contract; the identity hash of small
+// integers tests that its probes still spread, and the churn its tombstones.
+struct FlatExternalKey : ExternalKey {
+  using Map = Zent::FlatHashMap<uint32_t, uint32_t>;
+};
+
+using Forms = ::testing::Types<ExternalKey, InternalKey, FlatExternalKey>;
 TYPED_TEST_SUITE(HashMap2018Test, Forms);
 
 TYPED_TEST(HashMap2018Test, RandomOperationsMatchAStdMapModel) {
