@@ -1,6 +1,8 @@
 #include "Tunnel/net/IpGenAddr.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
+#include <cstring>
 
 #include <fmt/format.h>
 
@@ -45,12 +47,20 @@ void IpGenAddr::parse(std::string_view text) {
 IpGenAddr IpGenAddr::masked(uint8_t len) const {
   fmassert(len <= maxLen(), "prefix length {} on an address of {} bits", len, maxLen());
   IpGenAddr out = *this;
-  uint32_t full = len / 8;
-  uint32_t rest = len % 8;
-  if (full < 16) {
-    out.bytes_[full] &= static_cast<uint8_t>(0xff00u >> rest);
-    for (uint32_t i = full + 1; i < 16; ++i) out.bytes_[i] = 0;
+  // Two words in the address's (network) byte order: every decoded prefix
+  // checks its host bits through here.
+  uint64_t w[2];
+  std::memcpy(w, bytes_, sizeof w);
+  for (uint32_t i = 0; i < 2; ++i) {
+    uint32_t const keep = len > 64 * i ? std::min<uint32_t>(64, len - 64 * i) : 0;
+    uint64_t const top = keep == 0 ? 0 : ~uint64_t{0} << (64 - keep);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    w[i] &= __builtin_bswap64(top);
+#else
+    w[i] &= top;
+#endif
   }
+  std::memcpy(out.bytes_, w, sizeof w);
   return out;
 }
 

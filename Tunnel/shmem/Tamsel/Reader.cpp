@@ -177,31 +177,10 @@ void Reader::copyBytes(char* dst, char const* src, uint32_t n) { std::memcpy(dst
 
 bool Reader::readIntoProbing(void const* key, uint32_t hash, char* out, uint32_t cap,
                              uint32_t& len) const {
-  Retries retries;
-  for (;;) {
-    Probe p;
-    int r = probe(key, hash, p);
-    if (r == kAbsent) {
-      if (options_.keyIndex) observed(key, hash, false, 0);
-      return false;
-    }
-    if (r == kFound) {
-      SlotHeader const* s = slotAt(p.slot);
-      {
-        OptimisticReads copy;
-        copyBytes(out, at(p.slot) + payloadOffset_, std::min(p.len, cap));
-      }
-      uint64_t version = options_.keyIndex ? loadRelaxed(s->version) : 0;
-      std::atomic_thread_fence(std::memory_order_acquire);
-      if (loadRelaxed(s->seq) == p.seq) {
-        lastSlot_ = p.slot;
-        if (options_.keyIndex) observed(key, hash, true, version);
-        len = p.len;
-        return true;
-      }
-    }
-    retried(retries, p.slot, p.seq);
-  }
+  return read(key, hash, [&](char const* rec, uint32_t n) {
+    copyBytes(out, rec, std::min(n, cap));
+    len = n;
+  });
 }
 
 bool Reader::viewIndex(uint64_t index, uint64_t* where, uint64_t* what) const {
@@ -453,8 +432,21 @@ size_t Reader::dispatch(Handler& handler, size_t max) {
       resync(handler, true);  // the writer lapped us while we copied
       continue;
     }
+    // The keys' buckets are asked for a few keys ahead and their records a
+    // few less, so that the read of each key (and the handler's, which
+    // follows) finds them on hand rather than waiting for each in turn.
+    auto entry = [&](uint64_t k) {
+      return reinterpret_cast<QueueEntryHeader const*>(batch_.data() + k * entrySize);
+    };
+    constexpr uint64_t kBucketsAhead = 8, kRecordsAhead = 4;
+    for (uint64_t k = 0; k < std::min(n, kBucketsAhead); ++k) prefetchBucket(entry(k)->hash);
     for (uint64_t k = 0; k < n; ++k) {
-      auto const* e = reinterpret_cast<QueueEntryHeader const*>(batch_.data() + k * entrySize);
+      if (k + kBucketsAhead < n) prefetchBucket(entry(k + kBucketsAhead)->hash);
+      if (k + kRecordsAhead < n) {
+        auto const* a = entry(k + kRecordsAhead);
+        prefetchRecord(reinterpret_cast<char const*>(a) + sizeof(QueueEntryHeader), a->hash);
+      }
+      auto const* e = entry(k);
       if (e->position != pos_) {
         resync(handler, true);
         break;
